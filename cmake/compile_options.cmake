@@ -1,0 +1,31 @@
+# The options that all of the project's own code is compiled with.
+add_library(compile_options INTERFACE)
+target_compile_options(compile_options INTERFACE
+    -Wall -Wextra -Wconversion -Wshadow
+    # File names in log lines and in debug data are those of the source tree.
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
+    -ffile-prefix-map=${PROJECT_BINARY_DIR}/=)
+# A file is a file on 32-bit devices too, whatever its size and inode number.
+target_compile_definitions(compile_options INTERFACE _FILE_OFFSET_BITS=64)
+
+set(SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize=")
+if(SANITIZE)
+    target_compile_options(compile_options INTERFACE
+        -fsanitize=${SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(compile_options INTERFACE -fsanitize=${SANITIZE})
+endif()
+
+option(HARDEN "Build with the compiler's and the linker's protections" OFF)
+if(HARDEN)
+    target_compile_options(compile_options INTERFACE
+        -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS
+        -fstack-protector-strong -fstack-clash-protection)
+    target_link_options(compile_options INTERFACE
+        -pie -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--as-needed)
+endif()
+
+option(COVERAGE "Build with clang's source-based coverage" OFF)
+if(COVERAGE)
+    target_compile_options(compile_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+    target_link_options(compile_options INTERFACE -fprofile-instr-generate)
+endif()

@@ -1,0 +1,62 @@
+/// Access to documents that anything on the device may have damaged.
+#include "store/json_access.h"
+
+bool holds_members(const Json::Value& value) { return value.isObject() || value.isNull(); }
+
+Json::Value& object_in(Json::Value& parent, const char* name)
+{
+    Json::Value& member = parent[name];
+    if (!holds_members(member)) {
+        member = Json::Value();
+    }
+    return member;
+}
+
+Json::Value& array_in(Json::Value& parent, const char* name)
+{
+    Json::Value& member = parent[name];
+    if (!member.isArray()) {
+        member = Json::Value(Json::arrayValue);
+    }
+    return member;
+}
+
+bool flag_of(const Json::Value& value)
+{
+    return value.isConvertibleTo(Json::booleanValue) && value.asBool();
+}
+
+int number_of(const Json::Value& value)
+{
+    return value.isConvertibleTo(Json::intValue) ? value.asInt() : 0;
+}
+
+bool has_text(const Json::Value& value, std::string_view text)
+{
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    if (value.isString() && value.getString(&begin, &end)) {
+        return std::string_view(begin, static_cast<std::size_t>(end - begin)) == text;
+    }
+    return value.isConvertibleTo(Json::stringValue) ? value.asString() == text : text.empty();
+}
+
+bool set_flag(Json::Value& object, const char* name, bool flag)
+{
+    Json::Value& member = object[name];
+    if (flag_of(member) == flag) {
+        return false;
+    }
+    member = flag;
+    return true;
+}
+
+bool set_text(Json::Value& object, const char* name, const char* text)
+{
+    Json::Value& member = object[name];
+    if (has_text(member, text)) {
+        return false;
+    }
+    member = text;
+    return true;
+}

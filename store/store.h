@@ -1,0 +1,50 @@
+/// The five status documents: their default texts, the cycle that changes one, and the events
+/// that announce a change. The documents are the store: between two messages no copy of one
+/// lives in memory.
+#pragma once
+
+#include <cstdint>
+
+#include <json/value.h>
+
+// --- seed_documents.cpp: called at start, in this order, before any thread is started. ---
+//
+// A document that can't be written is absent until a handler writes it; nothing is reported.
+
+/// Writes the default text unless there is a document already.
+void seed_inputs_document();
+/// Writes the default text over whatever is there.
+void seed_usb_host_document();
+/// Writes the default text unless there is a document already.
+void seed_ethernet_document();
+/// Writes the default text over whatever is there.
+void seed_power_document();
+/// Writes the default text unless there is a document already.
+void seed_outputs_document();
+
+// --- read_document.cpp ---
+
+/// The parsed document: an object, or null where it is missing, unreadable, not valid JSON or
+/// of another kind. Under `document_mutex`.
+Json::Value read_document(const char* path);
+
+// --- write_json_to_file.cpp ---
+
+/// Rewrites the document at `path` in place and announces it: the event of `inputs.json` comes
+/// three seconds after its last write, the events of `usb-host.json`, `ethernet.json` and
+/// `power.json` go out at once, and `outputs.json` has none. `root` was made by
+/// `read_document`. A failure is reported on standard error and not to the caller. Under
+/// `document_mutex`; takes the lock of the timer or of the event sender.
+void write_json_to_file(const char* path, const Json::Value& root);
+
+// --- update_events.cpp ---
+
+/// Broadcasts the name of an event, zero-terminated and at most 1,023 bytes long, to netlink
+/// multicast group 1. `destination` is the netlink port for a copy of its own, -1 for none.
+/// A failure to set up the message is reported on standard error, and the event is lost. Any
+/// thread; takes a lock of its own.
+void send_update_event(std::int32_t destination, const char* name);
+
+/// Starts the three seconds to the event of `inputs.json` anew. Where the timer can't be had,
+/// there is no event for this write. Takes `update_timer_mutex`.
+void arm_input_update_timer();

@@ -1,0 +1,55 @@
+/// The one writer of the documents after start-up, and what follows a write.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "core/paths.h"
+#include "store/store.h"
+
+namespace {
+
+void announce(const char* path)
+{
+    if (std::strcmp(path, inputs_document_path) == 0) {
+        arm_input_update_timer();
+    } else if (std::strcmp(path, usb_host_document_path) == 0) {
+        send_update_event(-1, "e_usb_host_json_update");
+    } else if (std::strcmp(path, ethernet_document_path) == 0) {
+        send_update_event(-1, "e_ethernet_json_update");
+    } else if (std::strcmp(path, power_document_path) == 0) {
+        send_update_event(-1, "e_power_json_update");
+    }
+}
+
+}  // namespace
+
+// Rewritten in place, without a temporary file, so that readers who hold the document open see
+// it change: from `open` on it is empty. A write that fails leaves it so, and is announced all
+// the same; the next reader of ours counts it as absent.
+void write_json_to_file(const char* path, const Json::Value& root)
+{
+    const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (descriptor < 0) {
+        std::perror("open for write_json_to_file");
+        return;
+    }
+    if (flock(descriptor, LOCK_EX) < 0) {
+        std::perror("flock LOCK_EX");
+        close(descriptor);
+        return;
+    }
+
+    const std::string text = root.toStyledString();
+    if (write(descriptor, text.data(), text.size()) < 0) {
+        std::perror("write json file");
+    }
+    static_cast<void>(fsync(descriptor));
+    static_cast<void>(flock(descriptor, LOCK_UN));
+    close(descriptor);
+
+    announce(path);
+}
