@@ -1,0 +1,30 @@
+# What goes where, in three components that packages are made of: the service, its tool, and
+# what programs need that speak with it.
+set(own_data_dir ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME})
+
+# sbin: nobody calls the service by hand, the system starts it.
+install(TARGETS status_json_service RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR}
+        COMPONENT service)
+# FULL, as this is /etc where the prefix is /usr, which is where the service looks.
+install(FILES etc/log4cpp/status_json_service.conf
+        DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/log4cpp COMPONENT service)
+
+if(BUILD_TOOLS)
+    install(TARGETS statusctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
+
+install(FILES core/messages.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}
+        COMPONENT development)
+file(GLOB schemas CONFIGURE_DEPENDS schemas/*.json)
+install(FILES ${schemas} DESTINATION ${own_data_dir}/schemas COMPONENT development)
+
+# A manual belongs to the component of what it describes: section 1 has the tool, section 8
+# the service, all others describe files and formats.
+foreach(section_and_component 1:tools 5:development 7:development 8:service)
+    string(REPLACE ":" ";" section_and_component ${section_and_component})
+    list(GET section_and_component 0 section)
+    list(GET section_and_component 1 component)
+    file(GLOB manuals CONFIGURE_DEPENDS man/*.${section})
+    install(FILES ${manuals} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
+            COMPONENT ${component})
+endforeach()
