@@ -19,11 +19,11 @@ int check_log_format(const char* format, ...) __attribute__((format(printf, 1, 2
 // NOLINTBEGIN(cppcoreguidelines-macro-usage): only a macro knows the line that it stands in.
 #define LOG_PLACE_FORMAT "\n --[%s:%u]"
 #define LOG_PLACE __FILE__, static_cast<unsigned>(__LINE__)
-#define LOG_INFO(format, ...)                                                                   \
-    do {                                                                                        \
-        static_assert(sizeof(check_log_format(format LOG_PLACE_FORMAT, ##__VA_ARGS__,           \
-                                              LOG_PLACE)) != 0);                                \
-        log_category().log(log4cpp::Priority::INFO, format LOG_PLACE_FORMAT, ##__VA_ARGS__,     \
-                           LOG_PLACE);                                                          \
+#define LOG_INFO(format, ...)                                                                  \
+    do {                                                                                       \
+        static_assert(                                                                         \
+            sizeof(check_log_format(format LOG_PLACE_FORMAT, ##__VA_ARGS__, LOG_PLACE)) != 0); \
+        log_category().log(log4cpp::Priority::INFO, format LOG_PLACE_FORMAT, ##__VA_ARGS__,    \
+                           LOG_PLACE);                                                         \
     } while (false)
 // NOLINTEND(cppcoreguidelines-macro-usage)

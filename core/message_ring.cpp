@@ -28,7 +28,10 @@ pthread_cond_t queue_cond = PTHREAD_COND_INITIALIZER;  // one signal a message s
 MessageRing ring;                   // both threads, under `queue_mutex`
 std::uint64_t message_dropped = 0;  // since the start; ingress thread, under `queue_mutex`
 
-constexpr std::int32_t next_index(std::int32_t index) { return (index + 1) % message_slot_count; }
+constexpr std::int32_t next_index(std::int32_t index)
+{
+    return (index + 1) % message_slot_count;
+}
 
 void count_dropped_message()
 {

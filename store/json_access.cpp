@@ -1,7 +1,10 @@
 /// Access to documents that anything on the device may have damaged.
 #include "store/json_access.h"
 
-bool holds_members(const Json::Value& value) { return value.isObject() || value.isNull(); }
+bool holds_members(const Json::Value& value)
+{
+    return value.isObject() || value.isNull();
+}
 
 Json::Value& object_in(Json::Value& parent, const char* name)
 {

@@ -28,7 +28,10 @@ void write_default_text(const char* path, std::string_view text)
     static_cast<void>(std::fclose(file));
 }
 
-void create_run_directory() { static_cast<void>(mkdir(run_directory, 0755)); }
+void create_run_directory()
+{
+    static_cast<void>(mkdir(run_directory, 0755));
+}
 
 }  // namespace
 

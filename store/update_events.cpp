@@ -27,7 +27,10 @@ std::mutex send_mutex;
 std::mutex update_timer_mutex;
 timer_t update_timer_id = nullptr;  // null until the first write; under `update_timer_mutex`
 
-void input_update_timer_expired(sigval /*value*/) { send_update_event(-1, "e_input_json_update"); }
+void input_update_timer_expired(sigval /*value*/)
+{
+    send_update_event(-1, "e_input_json_update");
+}
 
 bool bind_own_address(int descriptor)
 {
