@@ -1,0 +1,54 @@
+/// Link status: whether a video input is connected.
+#include <mutex>
+
+#include "core/paths.h"
+#include "core/shared_state.h"
+#include "store/json_access.h"
+#include "store/store.h"
+#include "usb_power/usb_power.h"
+#include "video/video.h"
+#include "video/video_inputs.h"
+
+namespace {
+
+void publish_link_up(Json::ArrayIndex position, InputCache& cache, Json::Value& video)
+{
+    const bool is_usb_c = position == usb_c_input;
+    cache.signal_type = is_usb_c ? 1 : 0;
+    video["signal_type"] = is_usb_c ? "DP" : "N/A";
+}
+
+void publish_link_down(Json::ArrayIndex position, InputCache& cache, Json::Value& entry)
+{
+    fill_input_cache(cache);
+    cache.connected = 0;
+    entry["video"]["signal_present"] = false;
+    reset_input_entry(entry);
+    if (position == usb_c_input) {
+        reset_usb_c_partner();
+    }
+}
+
+}  // namespace
+
+void apply_link_status(const CmdDataLinkStatus* report)
+{
+    const std::lock_guard<std::mutex> lock(document_mutex);
+    const Json::ArrayIndex position = input_position(report->port);
+    InputCache& cache = input_cache[position];
+    const bool is_up = report->isConnect == 1;
+    if (!take(cache.connected, is_up ? 1 : 0)) {
+        return;
+    }
+
+    Json::Value root = read_document(inputs_document_path);
+    Json::Value& entry = input_entry(root, position, "video");
+    Json::Value& video = object_in(entry, "video");
+    video["connected"] = is_up;
+    if (is_up) {
+        publish_link_up(position, cache, video);
+    } else {
+        publish_link_down(position, cache, entry);
+    }
+    write_json_to_file(inputs_document_path, root);
+}

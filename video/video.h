@@ -1,0 +1,74 @@
+/// What is reported about the video inputs, published in `inputs.json`. All of it runs on the
+/// dispatch thread, and what publishes takes `document_mutex`. Nothing is reported to the
+/// caller: a report that can't be applied is dropped, a write that fails is told by the writer.
+#pragma once
+
+#include <cstdint>
+
+#include <json/value.h>
+
+#include "core/messages.h"
+#include "core/shared_state.h"
+
+// --- video_status.cpp ---
+
+/// Publishes whether a signal is present and its colour format; empties the input when the
+/// signal is lost. Dropped while the link of the input is down.
+void apply_video_status(const CmdDataVideoStatus* report);
+
+// --- input_reset.cpp ---
+
+/// Takes all that an input has published about its signal back to its empty values. `entry` is
+/// the input's entry in `inputs`. Under `document_mutex`.
+void reset_input_entry(Json::Value& entry);
+
+/// Gives a cache what it holds when nothing is published; `connected` and `isStable` stay.
+/// False where it holds that already. Under `document_mutex`.
+bool blank_input_cache(InputCache& cache);
+
+// --- link_status.cpp ---
+
+/// Publishes whether an input is connected and opens or closes the gate for its other reports.
+/// Link down empties the input, and the partner of the USB-C port with the USB-C input.
+void apply_link_status(const CmdDataLinkStatus* report);
+
+// --- hdmi_video_mode.cpp ---
+
+/// Publishes whether the HDMI input receives HDMI or DVI. Dropped while its link is down.
+void apply_hdmi_video_mode(const CmdDataHdmiVideoMode* report);
+
+// --- timing_validation.cpp ---
+
+/// Frames per second, with fractions where only the line rate is known; 0 where nothing is.
+double frame_rate_hz(const VideoTimingFields& timing);
+
+/// Whether a timing can be that of a video signal.
+bool is_timing_valid(const VideoTimingFields& timing);
+
+/// The same for a timing that the video pipeline has reported; one that is invalid is logged.
+bool accept_reported_timing(const VideoTimingFields& timing, std::uint8_t current_play_port);
+
+/// Publishes the timing that the video driver gives for an input that has started to play.
+/// One that can't be read, or that is invalid, is logged and changes nothing.
+void refresh_current_play_timing(std::uint8_t port);
+
+// --- videoip_reader.cpp ---
+
+/// Reads the video driver's timing into `timing`: everything but `port`, and `scan_mode` and
+/// the polarities only where the driver names them. 0, or -1 and nothing changed where the
+/// file can't be read or is incomplete. Takes no lock.
+int fill_timing_from_videoip(VideoTimingFields& timing);
+
+// --- timing_publication.cpp ---
+
+/// Publishes a valid timing. Dropped while the input has no link or no signal; one that equals
+/// the last costs no file access.
+void publish_timing(const VideoTimingFields& timing);
+
+// --- hdcp.cpp ---
+
+/// Publishes the HDCP version that the signal of an input uses. Dropped while its link is down.
+void apply_hdcp_status(const CmdDataHDCPStatus* report);
+
+/// Publishes the HDCP version that an input allows, whether it has a link or not.
+void apply_hdcp_version(int hdcp_port, int hdcp_cap);
