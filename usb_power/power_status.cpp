@@ -1,0 +1,53 @@
+/// The power source and the current that is drawn.
+#include <mutex>
+
+#include "core/paths.h"
+#include "core/shared_state.h"
+#include "store/json_access.h"
+#include "store/store.h"
+#include "usb_power/usb_power.h"
+#include "usb_power/usb_power_codes.h"
+
+namespace {
+
+constexpr int poe_voltage_mv = 11900;
+constexpr int adapter_voltage_mv = 24000;
+
+// The last current that was reported. Dispatch thread only. A first report of -1 is lost.
+int last_power_v_value = -1;
+
+/// `power` of the document, empty where there was none. Null is left alone: it is there.
+Json::Value& power_in(Json::Value& root)
+{
+    if (!root.isMember("power") || !holds_members(root["power"])) {
+        root["power"] = Json::Value(Json::objectValue);
+    }
+    return root["power"];
+}
+
+}  // namespace
+
+void update_power_source()
+{
+    const std::lock_guard<std::mutex> lock(document_mutex);
+    Json::Value root = read_document(power_document_path);
+    Json::Value& power = power_in(root);
+    if (const char* source = text_of_code(power_source_texts, power_status, nullptr)) {
+        power["power_source"] = source;
+        power["measured_power_voltage_v"] = power_status == 0 ? poe_voltage_mv : adapter_voltage_mv;
+    }
+    write_json_to_file(power_document_path, root);
+}
+
+void update_power_current(int value)
+{
+    if (value == last_power_v_value) {
+        return;
+    }
+    last_power_v_value = value;
+
+    const std::lock_guard<std::mutex> lock(document_mutex);
+    Json::Value root = read_document(power_document_path);
+    power_in(root)["measured_power_current_a"] = value;
+    write_json_to_file(power_document_path, root);
+}
