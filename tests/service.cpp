@@ -1,0 +1,339 @@
+#include "tests/service.h"
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <json/reader.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// The log file, as the log configuration names it.
+std::string log_path()
+{
+    const std::string key = ".fileName=";
+    std::ifstream configuration(log_configuration_path);
+    for (std::string line; std::getline(configuration, line);) {
+        if (const auto position = line.find(key); position != std::string::npos) {
+            return line.substr(position + key.size());
+        }
+    }
+    ADD_FAILURE() << log_configuration_path << " names no file";
+    return "";
+}
+
+/// STATUS_JSON_SERVICE of the environment, or the executable beside this one.
+std::string service_path()
+{
+    const char* given = std::getenv("STATUS_JSON_SERVICE");
+    return given != nullptr
+               ? given
+               : fs::read_symlink("/proc/self/exe").replace_filename("status_json_service");
+}
+
+sockaddr_un socket_address()
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, message_socket_path);
+    return address;
+}
+
+bool socket_takes_messages()
+{
+    const sockaddr_un address = socket_address();
+    const int descriptor = socket(AF_UNIX, SOCK_DGRAM, 0);
+    const int result =
+        connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    close(descriptor);
+    return result == 0;
+}
+
+/// Counts what is opened and closed again in the folder of the documents. The kernel notes an
+/// access before the call that makes it returns.
+class AccessWatch {
+public:
+    AccessWatch() : descriptor_(inotify_init1(IN_NONBLOCK))
+    {
+        // Watched as well, openings keep two closings from being reported as one.
+        inotify_add_watch(descriptor_, status_directory, IN_OPEN | IN_CLOSE);
+    }
+    ~AccessWatch() { close(descriptor_); }
+    AccessWatch(const AccessWatch&) = delete;
+    AccessWatch& operator=(const AccessWatch&) = delete;
+
+    Accesses of(const std::string& name) const
+    {
+        Accesses accesses = {};
+        alignas(inotify_event) char buffer[4096];
+        ssize_t size = 0;
+        while ((size = read(descriptor_, buffer, sizeof buffer)) > 0) {
+            for (const char* place = buffer; place < buffer + size;) {
+                const auto* event = reinterpret_cast<const inotify_event*>(place);
+                if (event->len > 0 && name == event->name) {
+                    accesses.reads += (event->mask & IN_CLOSE_NOWRITE) != 0 ? 1 : 0;
+                    accesses.writes += (event->mask & IN_CLOSE_WRITE) != 0 ? 1 : 0;
+                }
+                place += sizeof *event + event->len;
+            }
+        }
+        return accesses;
+    }
+
+private:
+    int descriptor_;
+};
+
+/// Whether the process has ended; it can still be waited for.
+bool has_ended(pid_t pid)
+{
+    siginfo_t info = {};
+    return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           info.si_pid != 0;
+}
+
+/// What earlier runs of the service have left.
+void remove_traces()
+{
+    fs::remove_all(status_directory);
+    fs::remove_all(message_socket_path);
+    fs::remove(log_path());
+}
+
+std::string unknown_message(std::uint32_t type)
+{
+    return "Unknown message type " + std::to_string(type) + " or length 0";
+}
+
+}  // namespace
+
+bool operator==(const Accesses& left, const Accesses& right)
+{
+    return left.reads == right.reads && left.writes == right.writes;
+}
+
+std::ostream& operator<<(std::ostream& stream, const Accesses& accesses)
+{
+    return stream << accesses.reads << " reads, " << accesses.writes << " writes";
+}
+
+bool wait_until(const std::string& what, const std::function<bool()>& holds)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            ADD_FAILURE() << "waited in vain: " << what;
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    return true;
+}
+
+std::string read_file(const std::string& path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+void write_file(const std::string& path, const std::string& text)
+{
+    std::ofstream stream(path);
+    stream << text << std::flush;
+    EXPECT_TRUE(stream.good()) << path;
+}
+
+// --- the process ---
+
+void ServiceTest::SetUp()
+{
+    remove_traces();
+    start();
+}
+
+void StoppedServiceTest::SetUp()
+{
+    remove_traces();
+}
+
+void ServiceTest::TearDown()
+{
+    if (pid_ != -1) {
+        stop();
+    }
+    EXPECT_EQ(take_standard_error(), "");
+    close(standard_error_);
+}
+
+void ServiceTest::start()
+{
+    launch();
+    wait_until("a start of the service",
+               [this] { return socket_takes_messages() || has_ended(pid_); });
+}
+
+void ServiceTest::launch(const Action& prepare)
+{
+    if (standard_error_ == -1) {
+        standard_error_ = memfd_create("standard error", MFD_CLOEXEC);
+    }
+    const std::string path = service_path();
+    pid_ = fork();
+    ASSERT_NE(pid_, -1);
+    if (pid_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(standard_error_, STDERR_FILENO);
+        prepare();
+        execl(path.c_str(), path.c_str(), nullptr);
+        std::perror(path.c_str());
+        std::_Exit(127);
+    }
+}
+
+void ServiceTest::stop()
+{
+    int status = 0;
+    EXPECT_EQ(waitpid(pid_, &status, WNOHANG), 0) << "the service has ended, status " << status;
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+}
+
+int ServiceTest::wait_exit()
+{
+    int status = 0;
+    wait_until("the end of the service", [&] { return waitpid(pid_, &status, WNOHANG) != 0; });
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string ServiceTest::take_standard_error()
+{
+    const std::string text = read_file("/proc/self/fd/" + std::to_string(standard_error_));
+    const std::string taken = text.substr(std::min(standard_error_taken_, text.size()));
+    standard_error_taken_ = text.size();
+    return taken;
+}
+
+// --- messages ---
+
+void ServiceTest::send(const std::string& datagram)
+{
+    const sockaddr_un address = socket_address();
+    const int descriptor = socket(AF_UNIX, SOCK_DGRAM, 0);
+    const ssize_t sent = sendto(descriptor, datagram.data(), datagram.size(), 0,
+                                reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    close(descriptor);
+    ASSERT_EQ(sent, static_cast<ssize_t>(datagram.size())) << std::strerror(errno);
+}
+
+void ServiceTest::send(std::uint32_t type, std::uint32_t length, const std::string& payload)
+{
+    const MessageHeader header = {type, length};
+    send(std::string(reinterpret_cast<const char*>(&header), sizeof header) + payload);
+}
+
+void ServiceTest::send_text(std::uint32_t type, const std::string& text)
+{
+    send(type, static_cast<std::uint32_t>(text.size()), text);
+}
+
+// An unknown type changes no document, and its line comes when all messages before it are done.
+void ServiceTest::settle()
+{
+    static std::uint32_t type = 1000000;
+    ++type;
+    send(type, 0);
+    wait_until("an answer of the service",
+               [this] { return times_logged(unknown_message(type)) > 0 || has_ended(pid_); });
+}
+
+// --- the log ---
+
+std::vector<std::string> ServiceTest::log_messages()
+{
+    const std::string category = " CATEGORY: ";
+    std::vector<std::string> messages;
+    std::istringstream log(read_file(log_path()));
+    for (std::string line; std::getline(log, line);) {
+        if (const auto position = line.find(category); position != std::string::npos) {
+            messages.push_back(line.substr(position + category.size()));
+        }
+    }
+    return messages;
+}
+
+int ServiceTest::times_logged(const std::string& message)
+{
+    const std::vector<std::string> messages = log_messages();
+    return static_cast<int>(std::count(messages.begin(), messages.end(), message));
+}
+
+void ServiceTest::wait_logged(const std::string& message)
+{
+    wait_until(message, [&] { return times_logged(message) > 0; });
+}
+
+std::vector<std::string> ServiceTest::logged_by(const Action& action)
+{
+    const auto before = static_cast<std::ptrdiff_t>(log_messages().size());
+    action();
+    settle();
+    const std::vector<std::string> after = log_messages();
+    return {after.begin() + before, after.end() - 1};  // the last one is of `settle`
+}
+
+// --- the documents ---
+
+std::string ServiceTest::path_of(const std::string& name)
+{
+    return std::string(status_directory) + "/" + name;
+}
+
+void ServiceTest::write_document(const std::string& name, const std::string& text)
+{
+    write_file(path_of(name), text);
+}
+
+Json::Value ServiceTest::document(const std::string& name)
+{
+    Json::Value root;
+    std::string errors;
+    std::istringstream stream(text_of(name));
+    if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &root, &errors)) {
+        ADD_FAILURE() << name << ": " << errors;
+    }
+    return root;
+}
+
+Json::Value ServiceTest::value_of(const std::string& name, const std::string& path)
+{
+    return Json::Path(path).resolve(document(name));
+}
+
+Accesses ServiceTest::accesses_by(const std::string& name, const Action& action)
+{
+    const AccessWatch watch;
+    action();
+    settle();
+    return watch.of(name);
+}

@@ -1,0 +1,120 @@
+/// The end-to-end tests' one way to the service: the real executable, started anew for each
+/// case, reached as its world reaches it, through its socket, documents, log and events.
+///
+/// The paths are the service's own, so the tests belong into private namespaces
+/// (scripts/sandbox) or onto a device of their own, and need the rights of root there.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+#include "core/messages.h"
+#include "core/paths.h"
+#include "tests/event_listener.h"
+
+/// How often a document was opened and closed again.
+struct Accesses {
+    int reads;
+    int writes;
+};
+bool operator==(const Accesses& left, const Accesses& right);
+std::ostream& operator<<(std::ostream& stream, const Accesses& accesses);
+
+using Action = std::function<void()>;
+
+/// Waits, in short steps, until `holds` does; fails the case where that takes a minute.
+bool wait_until(const std::string& what, const std::function<bool()>& holds);
+
+/// The whole text of a file; empty where it can't be read.
+std::string read_file(const std::string& path);
+/// Writes a file anew, in the folder that is there.
+void write_file(const std::string& path, const std::string& text);
+
+/// A running service for each case. It must live until the case ends and must leave nothing
+/// on its standard error that the case has not taken.
+class ServiceTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // --- the process ---
+
+    /// Starts the service and waits until its socket takes messages.
+    void start();
+    /// Starts the service and does not wait; `prepare` runs in the process before it.
+    void launch(const Action& prepare = [] {});
+    /// Checks that the service still runs, and kills it. Its documents and its log stay.
+    void stop();
+    /// Waits until the service ends by itself; gives its exit status, -1 where it was killed.
+    int wait_exit();
+    pid_t service_pid() const { return pid_; }
+    /// What the service wrote to standard error since the last call.
+    std::string take_standard_error();
+
+    // --- messages ---
+
+    /// Sends one datagram as it is.
+    static void send(const std::string& datagram);
+    /// Sends a header with this type and length, and the payload behind it.
+    static void send(std::uint32_t type, std::uint32_t length, const std::string& payload = "");
+    /// Sends a text with its true length, without a zero byte.
+    static void send_text(std::uint32_t type, const std::string& text);
+    /// Sends a record of core/messages.h.
+    template <typename Record>
+    static void send_record(std::uint32_t type, const Record& record)
+    {
+        send(type, sizeof record, {reinterpret_cast<const char*>(&record), sizeof record});
+    }
+    /// Waits until all that was sent has been worked through, documents and direct events
+    /// included.
+    void settle();
+
+    // --- the log ---
+
+    /// The messages of the log in their order, without times and source places.
+    static std::vector<std::string> log_messages();
+    /// How often the log has this message.
+    static int times_logged(const std::string& message);
+    static void wait_logged(const std::string& message);
+    /// The messages that the log gains while `action` runs and what it sent is worked through.
+    std::vector<std::string> logged_by(const Action& action);
+
+    // --- the documents, by name: "inputs.json" ---
+
+    static std::string path_of(const std::string& name);
+    static std::string text_of(const std::string& name) { return read_file(path_of(name)); }
+    /// Replaces a document's text, in place. Damaged documents come from here.
+    static void write_document(const std::string& name, const std::string& text);
+    /// The parsed document; fails the case where it is no JSON. Whole numbers are of the kind
+    /// `Json::intValue`: compare them with signed numbers.
+    static Json::Value document(const std::string& name);
+    /// One value of a document, such as ".inputs[0].video.color"; null where there is none.
+    static Json::Value value_of(const std::string& name, const std::string& path);
+    /// How often the service reads and writes the document while `action` runs and what it
+    /// sent is worked through. `action` leaves the document alone.
+    Accesses accesses_by(const std::string& name, const Action& action);
+
+    // --- events ---
+
+    /// Hears every event since before the service was started.
+    EventListener events;
+
+private:
+    pid_t pid_ = -1;
+    int standard_error_ = -1;
+    std::size_t standard_error_taken_ = 0;
+};
+
+/// For cases that prepare the world first: nothing runs until the case says `start()`.
+class StoppedServiceTest : public ServiceTest {
+protected:
+    void SetUp() override;
+};
