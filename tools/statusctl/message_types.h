@@ -1,0 +1,64 @@
+/// The messages of the service by the names of their types and fields, as data: what `send`
+/// accepts and lists.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "core/code_text.h"
+
+namespace statusctl {
+
+/// The words that can stand for the codes of a field; none where `count` is 0.
+struct Words {
+    const CodeText* rows = nullptr;
+    std::size_t count = 0;
+
+    const CodeText* begin() const { return rows; }
+    const CodeText* end() const { return rows + count; }
+};
+
+enum class FieldKind { unsigned_number, signed_number, text };
+
+struct MessageField {
+    const char* name;
+    FieldKind kind;
+    std::size_t offset;  // bytes from the start of the payload
+    std::size_t width;   // bytes; 0 for an item of a text message, which has no fixed place
+    Words words;
+};
+
+struct MessageFields {
+    const MessageField* rows = nullptr;
+    std::size_t count = 0;
+
+    const MessageField* begin() const { return rows; }
+    const MessageField* end() const { return rows + count; }
+};
+
+enum class PayloadKind { record, text, none };
+
+struct MessageKind {
+    const char* name;
+    std::uint32_t type;
+    PayloadKind payload;
+    std::size_t record_size;  // bytes; 0 where the payload is no record
+    MessageFields fields;     // of a record; of a text the items that stand in it, in order
+};
+
+/// The kind with this name, in upper or lower case and with or without its prefix; null where
+/// there is none.
+const MessageKind* find_message_kind(std::string_view name);
+
+/// The field with exactly this name; null where the message has none.
+const MessageField* find_field(const MessageKind& kind, std::string_view name);
+
+/// All types, with their fields, widths and words, in lines to read.
+std::string list_of_messages();
+
+/// Whether two texts differ in nothing but the case of ASCII letters.
+bool same_but_for_case(std::string_view one, std::string_view other);
+
+}  // namespace statusctl
