@@ -67,7 +67,7 @@ TEST(UsbVendorRows, MalformedListIsRefusedWithItsLine)
     EXPECT_EQ(rows_of("# nothing\n"), "refused list:1: no vendor in the list\n");
 }
 
-TEST(UsbVendorNames, RowsThatTheServiceAnswersForAreFound)
+TEST(UsbVendorRows, RowsThatTheServiceAnswersForAreFound)
 {
     EXPECT_STREQ(find_usb_vendor_name(0), "USB Implementers Forum");
     EXPECT_STREQ(find_usb_vendor_name(0x120D), "(AVL) DiTEST Fahrzeugdiagnose GmbH");
