@@ -7,8 +7,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/statusctl/get.h"
 #include "tools/statusctl/input_error.h"
 #include "tools/statusctl/send.h"
+#include "tools/statusctl/watch.h"
 
 namespace {
 
@@ -49,6 +51,32 @@ Action add_send(CLI::App& command)
     };
 }
 
+Action add_watch(CLI::App& command)
+{
+    auto options = std::make_shared<WatchOptions>();
+    command.description("Show the documents' state, and then what changes");
+    command.add_option("DOCUMENT", options->documents,
+                       "inputs, usb-host, ethernet, power, outputs; all of them by default");
+    command.add_flag("--json", options->json, "Show an object a line, for programs");
+    command.add_flag("--changes-only", options->changes_only, "Leave out the state at the start");
+    command.add_option("--count", options->count,
+                       "End when so many changes of documents were shown");
+    command.add_option("--for", options->seconds, "End after so many seconds")
+        ->check(CLI::Range(0.0, 1e6));
+    return [options] { return run_watch(*options); };
+}
+
+Action add_get(CLI::App& command)
+{
+    auto options = std::make_shared<GetOptions>();
+    command.description("Print a document, or one member of it");
+    command.add_option("DOCUMENT", options->document,
+                       "inputs, usb-host, ethernet, power or outputs; all of them by default");
+    command.add_option("PATH", options->path, "A member, such as inputs[0].video.connected");
+    command.add_flag("--json", options->json, "Print text as JSON too");
+    return [options] { return run_get(*options); };
+}
+
 struct Command {
     const char* name;
     Action (*add)(CLI::App& command);
@@ -56,6 +84,8 @@ struct Command {
 
 constexpr Command commands[] = {
     {"send", add_send},
+    {"watch", add_watch},
+    {"get", add_get},
 };
 
 /// Parses the command line; gives what is to be run, or prints help and gives what ends well.

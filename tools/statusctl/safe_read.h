@@ -1,0 +1,37 @@
+/// Reading a document while the service rewrites it.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+#include <json/value.h>
+
+namespace statusctl {
+
+enum class ReadState {
+    good,
+    missing,
+    unreadable,  // no access, no regular file, or too large
+    locked,      // another process keeps its exclusive lock
+    empty,
+    damaged,  // not valid JSON
+};
+
+struct DocumentRead {
+    ReadState state = ReadState::good;
+    Json::Value root;    // of a good document
+    std::string text;    // what the file holds, as far as it could be read
+    std::string reason;  // why the document isn't good, in a few words on one line
+};
+
+/// Parses a document's text: `good`, `empty` or `damaged`. Pure.
+DocumentRead parse_document(std::string text);
+
+/// Reads the document under a shared lock. The service empties a document before it takes its
+/// own lock and fills it, so a text that is empty, partial or locked passes: the read is
+/// repeated, with short pauses, until it finds a good document or `patience` has passed.
+DocumentRead read_document_safely(const char* path,
+                                  std::chrono::milliseconds patience = std::chrono::seconds(1));
+
+}  // namespace statusctl
