@@ -5,6 +5,8 @@ set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+# Packed records must not be reached through pointers that assume alignment.
+set(CMAKE_CXX_FLAGS_INIT -Wcast-align=strict)
 
 set(CMAKE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/armhf-sysroot)
 cmake_path(NORMAL_PATH CMAKE_SYSROOT)

@@ -5,8 +5,9 @@ target_compile_options(compile_options INTERFACE
     # File names in log lines and in debug data are those of the source tree.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
     -ffile-prefix-map=${PROJECT_BINARY_DIR}/=)
-# A file is a file on 32-bit devices too, whatever its size and inode number.
-target_compile_definitions(compile_options INTERFACE _FILE_OFFSET_BITS=64)
+# A file is a file on 32-bit devices too, whatever its size, its inode number and, from 2038 on,
+# its time: where `stat` fails on a document, a restart puts it back to its default text.
+target_compile_definitions(compile_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 set(SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize=")
 if(SANITIZE)
