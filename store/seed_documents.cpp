@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <ctime>
 #include <string_view>
 
 #include "core/paths.h"
@@ -11,6 +12,10 @@
 #include "store/store.h"
 
 namespace {
+
+// With 32-bit times `stat` would fail on every document written after January 2038, and a restart
+// would seed it anew.
+static_assert(sizeof(std::time_t) == 8);
 
 bool exists(const char* path)
 {
