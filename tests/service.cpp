@@ -295,6 +295,7 @@ void ServiceTest::wait_logged(const std::string& message)
 
 std::vector<std::string> ServiceTest::logged_by(const Action& action)
 {
+    settle();
     const auto before = static_cast<std::ptrdiff_t>(log_messages().size());
     action();
     settle();
@@ -332,6 +333,7 @@ Json::Value ServiceTest::value_of(const std::string& name, const std::string& pa
 
 Accesses ServiceTest::accesses_by(const std::string& name, const Action& action)
 {
+    settle();
     const AccessWatch watch;
     action();
     settle();
