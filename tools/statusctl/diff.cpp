@@ -7,69 +7,66 @@ namespace statusctl {
 
 namespace {
 
-bool is_object(const Json::Value* value)
+bool is_absent_or(Json::ValueType type, const Json::Value* value)
 {
-    return value != nullptr && value->isObject() && !value->empty();
+    return value == nullptr || value->type() == type;
 }
 
-bool is_array(const Json::Value* value)
+bool has_entries(const Json::Value* value)
 {
-    return value != nullptr && value->isArray() && !value->empty();
+    return value != nullptr && !value->empty();
 }
 
-const Json::Value* member_of(const Json::Value* object, const std::string& name)
+/// Whether both states are looked into rather than compared as they are.
+bool both_are(Json::ValueType type, const Json::Value* before, const Json::Value* after)
 {
-    return is_object(object) ? object->find(name.data(), name.data() + name.size()) : nullptr;
+    return is_absent_or(type, before) && is_absent_or(type, after) &&
+           (has_entries(before) || has_entries(after));
 }
 
-const Json::Value* entry_of(const Json::Value* array, Json::ArrayIndex position)
-{
-    return is_array(array) && position < array->size() ? &(*array)[position] : nullptr;
-}
-
-void compare(const std::string& path, const Json::Value* before, const Json::Value* after,
-             std::vector<Change>& changes);
-
-void compare_objects(const std::string& path, const Json::Value* before, const Json::Value* after,
-                     std::vector<Change>& changes)
+std::set<std::string> names_in(const Json::Value* before, const Json::Value* after)
 {
     std::set<std::string> names;
     for (const Json::Value* state : {before, after}) {
-        if (is_object(state)) {
+        if (state != nullptr) {
             const Json::Value::Members members = state->getMemberNames();
             names.insert(members.begin(), members.end());
         }
     }
-    for (const std::string& name : names) {
-        compare(path.empty() ? name : path + "." + name, member_of(before, name),
-                member_of(after, name), changes);
-    }
+    return names;
 }
 
-void compare_arrays(const std::string& path, const Json::Value* before, const Json::Value* after,
-                    std::vector<Change>& changes)
+const Json::Value* member_of(const Json::Value* object, const std::string& name)
 {
-    const Json::ArrayIndex size =
-        std::max(is_array(before) ? before->size() : 0, is_array(after) ? after->size() : 0);
-    for (Json::ArrayIndex i = 0; i < size; ++i) {
-        compare(path + "[" + std::to_string(i) + "]", entry_of(before, i), entry_of(after, i),
-                changes);
-    }
+    return object == nullptr ? nullptr : object->find(name.data(), name.data() + name.size());
 }
 
-/// Looks into objects and arrays where the other state has the same kind or nothing; otherwise
-/// they are values like any other.
+Json::ArrayIndex size_of(const Json::Value* array)
+{
+    return array == nullptr ? 0 : array->size();
+}
+
+const Json::Value* entry_of(const Json::Value* array, Json::ArrayIndex position)
+{
+    return position < size_of(array) ? &(*array)[position] : nullptr;
+}
+
+// NOLINTNEXTLINE(misc-no-recursion): goes no deeper than the parser lets a document be.
 void compare(const std::string& path, const Json::Value* before, const Json::Value* after,
              std::vector<Change>& changes)
 {
-    const bool one_is_absent = before == nullptr || after == nullptr;
-    if ((is_object(before) && is_object(after)) ||
-        (one_is_absent && (is_object(before) || is_object(after)))) {
-        compare_objects(path, before, after, changes);
-    } else if ((is_array(before) && is_array(after)) ||
-               (one_is_absent && (is_array(before) || is_array(after)))) {
-        compare_arrays(path, before, after, changes);
-    } else if (one_is_absent ? before != after : *before != *after) {
+    if (both_are(Json::objectValue, before, after)) {
+        const std::string prefix = path.empty() ? "" : path + '.';
+        for (const std::string& name : names_in(before, after)) {
+            compare(prefix + name, member_of(before, name), member_of(after, name), changes);
+        }
+    } else if (both_are(Json::arrayValue, before, after)) {
+        const Json::ArrayIndex size = std::max(size_of(before), size_of(after));
+        for (Json::ArrayIndex i = 0; i < size; ++i) {
+            compare(path + '[' + std::to_string(i) + ']', entry_of(before, i), entry_of(after, i),
+                    changes);
+        }
+    } else if (before == nullptr || after == nullptr || *before != *after) {
         changes.push_back({path, before, after});
     }
 }

@@ -24,10 +24,10 @@ constexpr CodeText switch_texts[] = {
     {1, "on"},
 };
 
-template <std::size_t size>
-constexpr Words words(const CodeText (&table)[size])
+template <typename Row, std::size_t count>
+constexpr Rows<Row> rows(const Row (&table)[count])
 {
-    return {table, size};
+    return {table, count};
 }
 
 template <typename Member>
@@ -39,96 +39,93 @@ constexpr FieldKind kind_of()
     return std::is_signed_v<Member> ? FieldKind::signed_number : FieldKind::unsigned_number;
 }
 
-// NOLINTBEGIN(cppcoreguidelines-macro-usage): only a macro names a member and its place at once.
-#define FIELD(record, member, ...)                                                \
-    {                                                                             \
-#member, kind_of < decltype(record::member)>(), offsetof(record, member), \
-            sizeof(record::member), Words __VA_ARGS__                             \
-    }
-// NOLINTEND(cppcoreguidelines-macro-usage)
-
 // clang-format off
+// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): only a macro names a member and its place at once.
+#define FIELD(record, member, ...)                                                      \
+    {#member, kind_of<decltype(record::member)>(), offsetof(record, member),            \
+     sizeof(record::member), Words{__VA_ARGS__}}
+
 constexpr MessageField video_status_fields[] = {
-    FIELD(CmdDataVideoStatus, port, {words(port_texts)}),
-    FIELD(CmdDataVideoStatus, isStable, {}),
-    FIELD(CmdDataVideoStatus, isMute, {}),
-    FIELD(CmdDataVideoStatus, hactive, {}),
-    FIELD(CmdDataVideoStatus, vactive, {}),
-    FIELD(CmdDataVideoStatus, frameRate, {}),
-    FIELD(CmdDataVideoStatus, colorspace, {words(color_space_texts)}),
-    FIELD(CmdDataVideoStatus, deepcolor, {words(color_depth_texts)}),
-    FIELD(CmdDataVideoStatus, aspectRatio, {}),
-    FIELD(CmdDataVideoStatus, interlaced, {}),
-    FIELD(CmdDataVideoStatus, color_range, {words(color_range_texts)}),
+    FIELD(CmdDataVideoStatus, port, rows(port_texts)),
+    FIELD(CmdDataVideoStatus, isStable),
+    FIELD(CmdDataVideoStatus, isMute),
+    FIELD(CmdDataVideoStatus, hactive),
+    FIELD(CmdDataVideoStatus, vactive),
+    FIELD(CmdDataVideoStatus, frameRate),
+    FIELD(CmdDataVideoStatus, colorspace, rows(color_space_texts)),
+    FIELD(CmdDataVideoStatus, deepcolor, rows(color_depth_texts)),
+    FIELD(CmdDataVideoStatus, aspectRatio),
+    FIELD(CmdDataVideoStatus, interlaced),
+    FIELD(CmdDataVideoStatus, color_range, rows(color_range_texts)),
 };
 
 constexpr MessageField audio_status_fields[] = {
-    FIELD(CmdDataAudioStatus, port, {words(port_texts)}),
-    FIELD(CmdDataAudioStatus, fromPort, {}),
-    FIELD(CmdDataAudioStatus, isStable, {}),
-    FIELD(CmdDataAudioStatus, isMute, {}),
-    FIELD(CmdDataAudioStatus, audioCoding, {words(audio_format_texts)}),
-    FIELD(CmdDataAudioStatus, sampleFreq, {words(sample_frequency_texts)}),
-    FIELD(CmdDataAudioStatus, sampleDepth, {}),
-    FIELD(CmdDataAudioStatus, channels, {}),
-    FIELD(CmdDataAudioStatus, audType, {}),
+    FIELD(CmdDataAudioStatus, port, rows(port_texts)),
+    FIELD(CmdDataAudioStatus, fromPort),
+    FIELD(CmdDataAudioStatus, isStable),
+    FIELD(CmdDataAudioStatus, isMute),
+    FIELD(CmdDataAudioStatus, audioCoding, rows(audio_format_texts)),
+    FIELD(CmdDataAudioStatus, sampleFreq, rows(sample_frequency_texts)),
+    FIELD(CmdDataAudioStatus, sampleDepth),
+    FIELD(CmdDataAudioStatus, channels),
+    FIELD(CmdDataAudioStatus, audType),
 };
 
 constexpr MessageField link_status_fields[] = {
-    FIELD(CmdDataLinkStatus, port, {words(port_texts)}),
-    FIELD(CmdDataLinkStatus, isConnect, {}),
-    FIELD(CmdDataLinkStatus, isHpd, {}),
+    FIELD(CmdDataLinkStatus, port, rows(port_texts)),
+    FIELD(CmdDataLinkStatus, isConnect),
+    FIELD(CmdDataLinkStatus, isHpd),
 };
 
 constexpr MessageField hdcp_status_fields[] = {
-    FIELD(CmdDataHDCPStatus, port, {words(port_texts)}),
-    FIELD(CmdDataHDCPStatus, isEncrypted, {}),
-    FIELD(CmdDataHDCPStatus, status, {words(active_hdcp_texts)}),
+    FIELD(CmdDataHDCPStatus, port, rows(port_texts)),
+    FIELD(CmdDataHDCPStatus, isEncrypted),
+    FIELD(CmdDataHDCPStatus, status, rows(active_hdcp_texts)),
 };
 
 constexpr MessageField hdmi_video_mode_fields[] = {
-    FIELD(CmdDataHdmiVideoMode, port, {words(port_texts)}),
-    FIELD(CmdDataHdmiVideoMode, mode, {words(signal_type_texts)}),
+    FIELD(CmdDataHdmiVideoMode, port, rows(port_texts)),
+    FIELD(CmdDataHdmiVideoMode, mode, rows(signal_type_texts)),
 };
 
 constexpr MessageField video_timing_fields[] = {
-    FIELD(VideoTimingFields, port, {words(port_texts)}),
-    FIELD(VideoTimingFields, scan_mode, {words(scan_texts)}),
-    FIELD(VideoTimingFields, pixel_clock, {}),
-    FIELD(VideoTimingFields, h_total_pixels, {}),
-    FIELD(VideoTimingFields, h_active_pixels, {}),
-    FIELD(VideoTimingFields, h_sync_pulse_width, {}),
-    FIELD(VideoTimingFields, h_sync_back_porch, {}),
-    FIELD(VideoTimingFields, h_sync_front_porch, {}),
-    FIELD(VideoTimingFields, h_sync_frequency_hz, {}),
-    FIELD(VideoTimingFields, h_sync_polarity, {words(polarity_texts)}),
-    FIELD(VideoTimingFields, v_total_pixels, {}),
-    FIELD(VideoTimingFields, v_active_pixels, {}),
-    FIELD(VideoTimingFields, v_sync_pulse_width, {}),
-    FIELD(VideoTimingFields, v_sync_back_porch, {}),
-    FIELD(VideoTimingFields, v_sync_front_porch, {}),
-    FIELD(VideoTimingFields, v_sync_frequency_hz, {}),
-    FIELD(VideoTimingFields, v_sync_polarity, {words(polarity_texts)}),
-    FIELD(CmdDataVideoTiming, current_play_port, {words(port_texts)}),
+    FIELD(VideoTimingFields, port, rows(port_texts)),
+    FIELD(VideoTimingFields, scan_mode, rows(scan_texts)),
+    FIELD(VideoTimingFields, pixel_clock),
+    FIELD(VideoTimingFields, h_total_pixels),
+    FIELD(VideoTimingFields, h_active_pixels),
+    FIELD(VideoTimingFields, h_sync_pulse_width),
+    FIELD(VideoTimingFields, h_sync_back_porch),
+    FIELD(VideoTimingFields, h_sync_front_porch),
+    FIELD(VideoTimingFields, h_sync_frequency_hz),
+    FIELD(VideoTimingFields, h_sync_polarity, rows(polarity_texts)),
+    FIELD(VideoTimingFields, v_total_pixels),
+    FIELD(VideoTimingFields, v_active_pixels),
+    FIELD(VideoTimingFields, v_sync_pulse_width),
+    FIELD(VideoTimingFields, v_sync_back_porch),
+    FIELD(VideoTimingFields, v_sync_front_porch),
+    FIELD(VideoTimingFields, v_sync_frequency_hz),
+    FIELD(VideoTimingFields, v_sync_polarity, rows(polarity_texts)),
+    FIELD(CmdDataVideoTiming, current_play_port, rows(port_texts)),
 };
 static_assert(offsetof(CmdDataVideoTiming, timing) == 0, "its fields count from the payload's start");
 
 constexpr MessageField typec_info_fields[] = {
-    FIELD(TypeC_Info, ChargingState, {words(charging_state_texts)}),
-    FIELD(TypeC_Info, ChargingMode, {}),
-    FIELD(TypeC_Info, Charging_mV, {}),
-    FIELD(TypeC_Info, Charging_mA, {}),
-    FIELD(TypeC_Info, Power_Role, {}),
-    FIELD(TypeC_Info, Data_Role, {}),
-    FIELD(TypeC_Info, Plug_Orientation, {}),
-    FIELD(TypeC_Info, Remote_DpMode_Support, {}),
-    FIELD(TypeC_Info, DpMode_Active, {}),
-    FIELD(TypeC_Info, PeerDeviceVID, {}),
-    FIELD(TypeC_Info, PeerDevicePID, {}),
-    FIELD(TypeC_Info, PeerDeviceMFT_String, {}),
-    FIELD(TypeC_Info, PinAssignment, {words(pin_assignment_texts)}),
-    FIELD(TypeC_Info, RemotePdSupport, {}),
-    FIELD(TypeC_Info, RemotePdRevision, {}),
+    FIELD(TypeC_Info, ChargingState, rows(charging_state_texts)),
+    FIELD(TypeC_Info, ChargingMode),
+    FIELD(TypeC_Info, Charging_mV),
+    FIELD(TypeC_Info, Charging_mA),
+    FIELD(TypeC_Info, Power_Role),
+    FIELD(TypeC_Info, Data_Role),
+    FIELD(TypeC_Info, Plug_Orientation),
+    FIELD(TypeC_Info, Remote_DpMode_Support),
+    FIELD(TypeC_Info, DpMode_Active),
+    FIELD(TypeC_Info, PeerDeviceVID),
+    FIELD(TypeC_Info, PeerDevicePID),
+    FIELD(TypeC_Info, PeerDeviceMFT_String),
+    FIELD(TypeC_Info, PinAssignment, rows(pin_assignment_texts)),
+    FIELD(TypeC_Info, RemotePdSupport),
+    FIELD(TypeC_Info, RemotePdRevision),
 };
 
 constexpr MessageField item(const char* name, Words item_words = {})
@@ -136,17 +133,17 @@ constexpr MessageField item(const char* name, Words item_words = {})
     return {name, FieldKind::text, 0, 0, item_words};
 }
 
-constexpr MessageField power_status_items[] = {item("SOURCE", words(power_source_texts))};
+constexpr MessageField power_status_items[] = {item("SOURCE", rows(power_source_texts))};
 constexpr MessageField power_v_value_items[] = {item("CURRENT")};
 constexpr MessageField ethernet_control_items[] = {
     item("PORT"), item("on|off"), item("[SELECT]")};
-constexpr MessageField charger_status_items[] = {item("ENABLED", words(switch_texts))};
+constexpr MessageField charger_status_items[] = {item("ENABLED", rows(switch_texts))};
 constexpr MessageField hdcp_version_items[] = {
-    item("PORT", words(port_texts)), item("CAPABILITY", words(allowed_hdcp_texts))};
+    item("PORT", rows(port_texts)), item("CAPABILITY", rows(allowed_hdcp_texts))};
 constexpr MessageField uac_control_items[] = {
-    item("PORT"), item("ENABLED", words(switch_texts)), item("PLUGGED")};
+    item("PORT"), item("ENABLED", rows(switch_texts)), item("PLUGGED")};
 constexpr MessageField usb_host_items[] = {item("PLUGGED")};
-constexpr MessageField play_port_items[] = {item("PORT", words(port_texts))};
+constexpr MessageField play_port_items[] = {item("PORT", rows(port_texts))};
 // clang-format on
 
 /// Whether the rows stand in the record's order, overlap nowhere, and leave out nothing but
@@ -181,12 +178,6 @@ static_assert(covers(video_timing_fields, sizeof(CmdDataVideoTiming),
 static_assert(covers(typec_info_fields, sizeof(TypeC_Info),
                      sizeof(TypeC_Info::reserved_1) + sizeof(TypeC_Info::reserved_2) +
                          sizeof(TypeC_Info::reserved_3)));
-
-template <std::size_t count>
-constexpr MessageFields rows(const MessageField (&fields)[count])
-{
-    return {fields, count};
-}
 
 // clang-format off
 #define KIND(type) "MSG_TYPE_" #type, MSG_TYPE_##type  // NOLINT(cppcoreguidelines-macro-usage)

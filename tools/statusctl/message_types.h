@@ -11,14 +11,18 @@
 
 namespace statusctl {
 
-/// The words that can stand for the codes of a field; none where `count` is 0.
-struct Words {
-    const CodeText* rows = nullptr;
+/// The rows of a table; none by default.
+template <typename Row>
+struct Rows {
+    const Row* first = nullptr;
     std::size_t count = 0;
 
-    const CodeText* begin() const { return rows; }
-    const CodeText* end() const { return rows + count; }
+    [[nodiscard]] constexpr const Row* begin() const { return first; }
+    [[nodiscard]] constexpr const Row* end() const { return first + count; }
 };
+
+/// The words that can stand for the codes of a field.
+using Words = Rows<CodeText>;
 
 enum class FieldKind { unsigned_number, signed_number, text };
 
@@ -30,22 +34,14 @@ struct MessageField {
     Words words;
 };
 
-struct MessageFields {
-    const MessageField* rows = nullptr;
-    std::size_t count = 0;
-
-    const MessageField* begin() const { return rows; }
-    const MessageField* end() const { return rows + count; }
-};
-
 enum class PayloadKind { record, text, none };
 
 struct MessageKind {
     const char* name;
     std::uint32_t type;
     PayloadKind payload;
-    std::size_t record_size;  // bytes; 0 where the payload is no record
-    MessageFields fields;     // of a record; of a text the items that stand in it, in order
+    std::size_t record_size;    // bytes; 0 where the payload is no record
+    Rows<MessageField> fields;  // of a record; of a text the items that stand in it, in order
 };
 
 /// The kind with this name, in upper or lower case and with or without its prefix; null where

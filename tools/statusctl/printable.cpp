@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -37,12 +38,10 @@ constexpr CodePoints hidden_code_points[] = {
 
 bool is_hidden(std::uint32_t code_point)
 {
-    for (const CodePoints& range : hidden_code_points) {
-        if (code_point >= range.first && code_point <= range.last) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(std::begin(hidden_code_points), std::end(hidden_code_points),
+                       [code_point](const CodePoints& range) {
+                           return code_point >= range.first && code_point <= range.last;
+                       });
 }
 
 struct Decoded {

@@ -90,7 +90,7 @@ std::string whole_text(const std::string& path)
         file.open(path);
     }
     std::istream& stream = path == "-" ? std::cin : file;
-    const std::string text{std::istreambuf_iterator<char>(stream), {}};
+    std::string text{std::istreambuf_iterator<char>(stream), {}};
     if (!stream) {
         throw InputError("can't read " + printable(path) + ": " + std::strerror(errno));
     }

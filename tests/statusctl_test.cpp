@@ -1,0 +1,407 @@
+/// statusctl, driven as people and scripts drive it.
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <linux/netlink.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <thread>
+
+#include "tests/service.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+/// A statusctl that runs, with its output in files of the sandbox.
+class Tool {
+public:
+    explicit Tool(
+        Words words, const std::string& input = "", const Action& prepare = [] {})
+    {
+        const char* const files[] = {"/tmp/in", "/tmp/out", "/tmp/err"};
+        for (const char* file : files) {
+            write_file(file, file == files[0] ? input : "");
+        }
+        words.insert(words.begin(),
+                     std::filesystem::read_symlink("/proc/self/exe").replace_filename("statusctl"));
+        pid = fork();
+        if (pid == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            prepare();
+            std::vector<char*> arguments;
+            for (std::string& word : words) {
+                arguments.push_back(word.data());
+            }
+            arguments.push_back(nullptr);
+            for (int stream = 0; stream < 3; ++stream) {
+                dup2(open(files[stream], O_RDWR | O_APPEND | O_CLOEXEC), stream);
+            }
+            execv(arguments[0], arguments.data());
+            _exit(127);
+        }
+    }
+
+    int wait() const
+    {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    /// Asks it to end; gives its exit status.
+    int end() const
+    {
+        kill(pid, SIGTERM);
+        return wait();
+    }
+
+    pid_t pid;
+};
+
+std::string output()
+{
+    return read_file("/tmp/out");
+}
+std::string complaint()
+{
+    return read_file("/tmp/err");
+}
+
+void expect_result(const Words& words, int status, const std::string& text,
+                   const std::string& input = "")
+{
+    EXPECT_EQ(Tool(words, input).wait(), status) << ::testing::PrintToString(words);
+    EXPECT_EQ(status == 0 ? output() : complaint(), text);
+    EXPECT_TRUE(status == 0 ? complaint().empty() : output().empty());
+}
+
+void wait_output(const std::string& part)
+{
+    wait_until(part, [&part] { return output().find(part) != std::string::npos; });
+}
+
+/// Sends an event as any process of the user can; false where that user can't be had.
+bool send_event(const std::string& name, uid_t user = 0, int times = 1)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        std::string message(NLMSG_HDRLEN + 1024, '\0');
+        const nlmsghdr header = {static_cast<std::uint32_t>(message.size()), 0, 0, 0, 0};
+        std::memcpy(message.data(), &header, sizeof header);
+        message.replace(NLMSG_HDRLEN, name.size(), name);
+        sockaddr_nl group = {AF_NETLINK, 0, 0, 1};
+        if (user != 0 && setuid(user) != 0) {
+            _exit(1);
+        }
+        const int descriptor = socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK);
+        for (int i = 0; i < times; ++i) {
+            sendto(descriptor, message.data(), message.size(), 0,
+                   reinterpret_cast<sockaddr*>(&group), sizeof group);
+        }
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return status == 0;
+}
+
+std::string hexadecimal(const std::string& bytes)
+{
+    std::string text;
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        text += {"0123456789abcdef"[value / 16], "0123456789abcdef"[value % 16]};
+    }
+    return text;
+}
+
+/// Where no service is started, the test can stand in its place.
+class Statusctl : public StoppedServiceTest {
+protected:
+    void bind_socket()
+    {
+        socket_ = socket(AF_UNIX, SOCK_DGRAM, 0);
+        sockaddr_un address = {AF_UNIX, {}};
+        std::strcpy(address.sun_path, message_socket_path);
+        ASSERT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    ~Statusctl() override { close(socket_); }
+
+    /// The datagrams that have come, in hexadecimal digits.
+    Words received() const
+    {
+        Words datagrams;
+        std::string buffer(2048, '\0');
+        for (ssize_t size = 0;
+             (size = recv(socket_, buffer.data(), buffer.size(), MSG_DONTWAIT)) >= 0;) {
+            datagrams.push_back(hexadecimal(buffer.substr(0, static_cast<std::size_t>(size))));
+        }
+        return datagrams;
+    }
+
+    int socket_ = -1;
+};
+
+// Lines of a scenario, and the datagrams in little-endian order that they stand for.
+// clang-format off
+constexpr std::pair<const char*, const char*> messages[] = {
+    {"MSG_TYPE_VIDEO_STATUS port=1 isStable=2 isMute=3 hactive=0x0405 vactive=0x0607 frameRate=8 "
+     "colorspace=9 deepcolor=10 aspectRatio=11 interlaced=12 color_range=255",
+     "0100000010000000" "01020300" "05040706" "08090a0b0cff0000"},
+    {R"(video_status port=usb-c colorspace="YCbCr 4:2:2" deepcolor="12 bpc" color_range=FULL)",
+     "0100000010000000" "01000000" "00000000" "0001020000020000"},
+    {"link_status port=1 isConnect=2 isHpd=3", "0200000004000000" "01020300"},
+    {"hdcp_status port=1 isEncrypted=2 status=3", "0300000004000000" "01020300"},
+    {R"(hdcp_status status="HDCP 2.2")", "0300000004000000" "00000200"},
+    {"video_timing port=1 scan_mode=Interlaced pixel_clock=0xFF020304 h_total_pixels=5 "
+     "h_active_pixels=6 h_sync_pulse_width=7 h_sync_back_porch=8 h_sync_front_porch=9 "
+     "h_sync_frequency_hz=65536 h_sync_polarity=Positive v_total_pixels=10 v_active_pixels=11 "
+     "v_sync_pulse_width=12 v_sync_back_porch=13 v_sync_front_porch=14 v_sync_frequency_hz=15 "
+     "v_sync_polarity=65535 current_play_port=16",
+     "0400000028000000" "0101040302ff" "05000600070008000900" "000001000100"
+     "0a000b000c000d000e000f00" "ffff" "10000000"},
+    {"audio_status port=1 fromPort=2 isStable=3 isMute=4 audioCoding=5 sampleFreq=6 sampleDepth=7 "
+     "channels=8 audType=9", "050000000c000000" "010203040506070809000000"},
+    {R"(audio_status audioCoding=Non-LPCM sampleFreq="48 kHz")",
+     "050000000c000000" "000000000102000000000000"},
+    {"ethernet_status", "0600000000000000"},
+    {"typec_info ChargingState=Charging ChargingMode=2 Charging_mV=0x03040506 "
+     "Charging_mA=0x0708090A Power_Role=11 Data_Role=12 Plug_Orientation=13 "
+     "Remote_DpMode_Support=14 DpMode_Active=15 PeerDeviceVID=0x1617 PeerDevicePID=0x1819 "
+     "PeerDeviceMFT_String=\"22 bytes 22 bytes 22 b\" PinAssignment=-16 RemotePdSupport=17 "
+     "RemotePdRevision=18",
+     "0700000034000000" "01020000" "06050403" "0a090807" "0b0c0d0e0f00" "17161918"
+     "323220627974657320323220627974657320323220" "62" "f0ffffff" "11120000"},
+    {"typec_info PinAssignment=E", "0700000034000000" "0000000000000000000000000000000000000000"
+     "000000000000000000000000000000000000000000000000" "10000000" "00000000"},
+    {"power_status \"0\"", "0800000001000000" "30"},
+    {"power_v_value -1", "0900000002000000" "2d31"},
+    {"ethernet_control \"4 on\"", "0a00000004000000" "34206f6e"},
+    {"charger_status 1", "0b00000001000000" "31"},
+    {"hdcp_version \"1 2\"", "0c00000003000000" "312032"},
+    {R"(uac_control "\"\\")", "0e00000002000000" "225c"},
+    {"usb_host_in2 1", "0f00000001000000" "31"},
+    {"usb_host_in1 1", "1000000001000000" "31"},
+    {"hdmi_video_mode port=1 mode=DVI", "1100000004000000" "01020000"},
+    {"video_start_working \"\"", "1200000000000000"},
+    {"raw 0d0000 00 FFfF", "0d000000ffff"},
+};
+
+constexpr std::pair<const char*, const char*> wrong_lines[] = {
+    {"video", "there is no type video; send --list shows the types"},
+    {"video_status colour=1", "MSG_TYPE_VIDEO_STATUS has no field colour"},
+    {"video_status port", "port is not of the form FIELD=VALUE"},
+    {"video_status port=1 port=1", "port is given twice"},
+    {"video_status hactive=65536", "65536 does not fit hactive, which takes a number of 16 bits"},
+    {"hdmi_video_mode mode=-1",
+     "-1 does not fit mode, which takes \"HDMI\", \"DVI\", or a number of 8 bits"},
+    {"typec_info PinAssignment=0x80000000", "0x80000000 does not fit PinAssignment, which takes "
+     "\"C\", \"D\", \"E\", or a signed number of 32 bits"},
+    {"typec_info PeerDeviceMFT_String=exactly_23_bytes_longer", "exactly_23_bytes_longer does not "
+     "fit PeerDeviceMFT_String, which takes at most 22 bytes of text"},
+    {"power_status 0 1", "MSG_TYPE_POWER_STATUS takes one text; quote it if it has blanks"},
+    {"ethernet_status 1", "MSG_TYPE_ETHERNET_STATUS takes nothing"},
+    {"power_status \"1", "a quote is not closed"},
+    {"raw 0", "not two hexadecimal digits a byte, at character 1"},
+    {"wait 3", "3 is no time such as 500ms or 2s, up to an hour"},
+};
+// clang-format on
+
+TEST_F(Statusctl, EveryMessageArrivesToTheByte)
+{
+    bind_socket();
+    for (const auto& [line, datagram] : messages) {
+        expect_result({"send", "--file", "-"}, 0, "", "# a day\n\n " + std::string(line) + "\r\n");
+        EXPECT_EQ(received(), Words{datagram}) << line;
+    }
+    // From the command line, where a text may look like an option.
+    expect_result({"send", "power_v_value", "-1"}, 0, "");
+    expect_result({"send", "link_status", "port=1", "isHpd=3"}, 0, "");
+    expect_result({"send", "--raw", ""}, 0, "");
+    EXPECT_EQ(received(), (Words{"09000000020000002d31", "020000000400000001000300", ""}));
+    expect_result({"send", "--file", "-"}, 0, "== A \\u001bday\n", "say A \033day\nwait 1ms\n");
+}
+
+TEST_F(Statusctl, WhatIsWrongIsRefusedAndNothingSent)
+{
+    bind_socket();
+    for (const auto& [line, reason] : wrong_lines) {
+        expect_result({"send", "--file", "-"}, 2,
+                      "statusctl: line 2: " + std::string(reason) + "\n",
+                      "ethernet_status\n" + std::string(line));
+    }
+    expect_result({"send"}, 2, "statusctl: there is no message; send --list shows the types\n");
+    EXPECT_EQ(Tool({"send", "--list", "--raw", "00"}).wait(), 2);
+    EXPECT_EQ(received(), Words());
+}
+
+TEST_F(Statusctl, NoServiceAndAFullQueueAreTold)
+{
+    const std::string failure = "statusctl: can't send to /tmp/json_app.sock: ";
+    expect_result({"send", "ethernet_status"}, 1, failure + "the service is not there\n");
+    bind_socket();
+    std::string flood;
+    for (int i = 0; i < 5000; ++i) {
+        flood += "ethernet_status\n";
+    }
+    expect_result({"send", "--file", "-"}, 1, failure + "the service's receive queue stays full\n",
+                  flood);
+}
+
+constexpr const char* adapter =
+    R"("document":"power","new":"Adapter","old":"PoE","path":"power.power_source")";
+constexpr const char* poe =
+    R"("document":"power","new":"PoE","old":"Adapter","path":"power.power_source")";
+constexpr const char* silent =
+    R"("document":"outputs","new":false,"old":true,"path":"outputs[0].audio.connected")";
+
+TEST_F(Statusctl, WatchShowsChangesAtEventsAndThoseOfTheSilentDocument)
+{
+    start();
+    const Tool watch({"watch", "--json"});
+    wait_output(R"("document":"outputs","state":{"outputs":[{"audio":{)");
+    send_text(MSG_TYPE_POWER_STATUS, "1");
+    wait_output(adapter);
+    send_text(MSG_TYPE_UAC_CONTROL, "0 1 0");
+    wait_output(silent);
+    stop();
+    start();  // writes power.json anew and announces nothing
+    wait_output(poe);
+    EXPECT_EQ(watch.end(), 0);
+    EXPECT_EQ(complaint(), "");
+}
+
+TEST_F(Statusctl, WatchDoesWithoutEventsWhereTheyAreNotPermitted)
+{
+    start();
+    const Tool watch({"watch", "--json"}, "", [] { prctl(PR_CAPBSET_DROP, CAP_NET_ADMIN); });
+    wait_output(R"("document":"outputs","state")");
+    send_text(MSG_TYPE_POWER_STATUS, "1");
+    wait_output(adapter);
+    EXPECT_EQ(watch.end(), 0);
+    EXPECT_EQ(complaint(),
+              "statusctl: without events (Operation not permitted, they need "
+              "CAP_NET_ADMIN); watching the files instead\n");
+}
+
+TEST_F(Statusctl, AnEventIsAHintOfThoseWhoMayGiveIt)
+{
+    start();
+    const Tool watch({"watch", "--json", "power", "ethernet.json"});
+    wait_output(R"("document":"ethernet","state")");
+    write_document("power.json", R"({"power":{"power_source":"Adapter"}})");
+    if (!send_event("e_power_json_update", 65534)) {
+        std::cout << "without other users: no forged event\n";
+    }
+    write_document("ethernet.json", "[]");
+    send_event("e_ethernet_json_update");
+    wait_output(R"("document":"ethernet","new":[],"old":{)");
+    EXPECT_EQ(output().find(adapter), std::string::npos);
+    send_event("e_power_json_update");
+    wait_output(adapter);
+    EXPECT_NE(output().find(R"("old":11900,"path":"power.measured_power_voltage_v")"),
+              std::string::npos);
+
+    // More events than the socket holds: what they were about is unknown, so all is read.
+    kill(watch.pid, SIGSTOP);
+    write_document("power.json", R"({"power":{"power_source":"PoE"}})");
+    send_event("e_other_json_update", 0, 5000);
+    kill(watch.pid, SIGCONT);
+    wait_output(poe);
+
+    write_document("power.json", "{\"power\":\n{");
+    send_event("e_power_json_update");
+    wait_output(
+        R"("document":"power","problem":"Line 2, Column 2 Missing '}' or object member name")");
+    EXPECT_EQ(watch.end(), 0);
+}
+
+TEST_F(Statusctl, WatchIsReadableAndEndsByItself)
+{
+    start();
+    const Tool watch({"watch", "power", "--count", "1"});
+    wait_output("power.power_source                                 \"PoE\"\n");
+    send_text(MSG_TYPE_POWER_V_VALUE, "7");
+    EXPECT_EQ(watch.wait(), 0);
+    const std::string text = output();
+    EXPECT_EQ(text.substr(text.rfind("  power  ")),
+              "  power     power.measured_power_current_a                     0 -> 7\n");
+    EXPECT_EQ(Tool({"watch", "--changes-only", "--for", "0.01"}).wait(), 0);
+    EXPECT_EQ(output(), "");
+    stop();
+    std::filesystem::remove_all(status_directory);
+    expect_result({"watch"}, 1,
+                  "statusctl: can't watch /var/run/status: No such file or directory\n");
+}
+
+TEST_F(Statusctl, GetPrintsDocumentsAndMembers)
+{
+    start();
+    const std::string path = "/var/run/status/";
+    expect_result({"get", "power", "power.power_source"}, 0, "PoE\n");
+    expect_result({"get", "power.json", "power.power_source", "--json"}, 0, "\"PoE\"\n");
+    expect_result({"get", "inputs", "inputs.0.video.connected"}, 0, "false\n");
+    expect_result({"get", "inputs", "inputs[1].port_type"}, 0, "USB-C\n");
+    expect_result({"get", "inputs", "inputs[3]"}, 1,
+                  "statusctl: " + path + "inputs.json: no member inputs[3]\n");
+    for (const char* wrong : {"a..b", ".a", "a[", "a[0", "a[]", "a."}) {
+        expect_result(
+            {"get", "inputs", wrong}, 2,
+            std::string("statusctl: ") + wrong + " is no path such as inputs[0].video.connected\n");
+    }
+    expect_result({"get", "input"}, 2,
+                  "statusctl: there is no document input; there are inputs "
+                  "usb-host ethernet power outputs\n");
+    EXPECT_EQ(Tool({"get"}).wait(), 0);
+    stop();
+
+    // Text of others can't act on a terminal.
+    write_document("power.json",
+                   "[\"\x1B[2J \\u0000 \xC2\x9B \xE2\x80\xAE \xFF \xC0\xAF \xED\xA0\x80 "
+                   "\xC3\xA9 \xF0\x9F\x98\x80 \x7F\"]");
+    expect_result({"get", "power", "[0]"}, 0,
+                  "\\u001b[2J \\u0000 \\u009b \\u202e \\xff \\xc0\\xaf \\xed\\xa0\\x80 "
+                  "\xC3\xA9 \xF0\x9F\x98\x80 \\u007f\n");
+    write_document("power.json", "[\"\x7F\xC3\xA9\"]");
+    expect_result({"get", "power", "0", "--json"}, 0, "\"\\u007f\\u00e9\"\n");
+    write_document("power.json", "{}{}");
+    EXPECT_EQ(Tool({"get", "power"}).wait(), 1);
+    write_document("power.json", std::string(100000, '['));
+    expect_result({"get", "power"}, 1, "statusctl: " + path + "power.json: nested too deeply\n");
+    write_document("power.json", "");
+    expect_result({"get", "power"}, 1, "statusctl: " + path + "power.json: empty\n");
+    std::filesystem::remove(path + "power.json");
+    expect_result({"get", "power"}, 1,
+                  "statusctl: " + path + "power.json: No such file or directory\n");
+}
+
+TEST_F(Statusctl, ARewriteIsWaitedFor)
+{
+    start();
+    write_document("power.json", "{\"power\":1}");
+    std::atomic<bool> ended = false;
+    std::thread writer([&ended] {
+        for (int i = 0; !ended; ++i) {
+            write_document("power.json", i % 2 == 0 ? "" : "{\"power\":");
+            std::this_thread::yield();
+            write_document("power.json", "{\"power\":1}");
+            std::this_thread::yield();
+        }
+    });
+    for (int i = 0; i < 20; ++i) {
+        expect_result({"get", "power", "power"}, 0, "1\n");
+    }
+    ended = true;
+    writer.join();
+}
+
+}  // namespace
