@@ -1,0 +1,112 @@
+#include "fuzz/device.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "core/core.h"
+#include "core/log.h"
+#include "core/paths.h"
+#include "core/shared_state.h"
+#include "store/default_texts.h"
+#include "store/store.h"
+
+const Document documents[] = {
+    {inputs_document_path, "inputs", &inputs_default_text},
+    {usb_host_document_path, "usb_c", &usb_host_default_text},
+    {ethernet_document_path, "ethernet", &ethernet_default_text},
+    {power_document_path, "power", &power_default_text},
+    {outputs_document_path, "outputs", &outputs_default_text},
+};
+
+/// In place of the C library's: the event sender yields five times for each event, which on a
+/// busy machine is most of a run's time.
+extern "C" int sched_yield() noexcept
+{
+    return 0;
+}
+
+// The engine looks the name up; nothing here declares it.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
+
+/// No appender: the lines are formatted and then thrown away.
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+{
+    log_category().setPriority(log4cpp::Priority::INFO);
+    mkdir(status_directory, 0755);
+    return 0;
+}
+
+void restore_state()
+{
+    fill_input_cache(input_cache[0]);
+    fill_input_cache(input_cache[1]);
+    usb_host_plug_status = 0;
+    usb_eth_select = 0;
+    power_status = 0;
+}
+
+void restore_device()
+{
+    restore_state();
+    for (const Document& document : documents) {
+        if (read_text(document.path) != *document.default_text) {
+            write_text(document.path, *document.default_text);
+        }
+    }
+}
+
+const unsigned char* deliver(std::string_view datagram)
+{
+    // On the heap, where an address sanitizer sees a step over either end.
+    static const auto buffer = std::make_unique<unsigned char[]>(message_slot_size);
+    message_queue_push(datagram.data(), datagram.size());
+    message_queue_pop(buffer.get());
+    dispatch_message(buffer.get());
+    return buffer.get();
+}
+
+std::string datagram(std::uint32_t type, std::string_view payload)
+{
+    const MessageHeader header = {type, static_cast<std::uint32_t>(payload.size())};
+    return std::string(reinterpret_cast<const char*>(&header), sizeof header).append(payload);
+}
+
+std::string read_text(const char* path)
+{
+    char text[65536];
+    const int descriptor = open(path, O_RDONLY);
+    const ssize_t size = read(descriptor, text, sizeof text);
+    close(descriptor);
+    return {text, size > 0 ? static_cast<std::size_t>(size) : 0};
+}
+
+void write_text(const char* path, std::string_view text)
+{
+    const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const ssize_t written = write(descriptor, text.data(), text.size());
+    require(written == static_cast<ssize_t>(text.size()), path);
+    close(descriptor);
+}
+
+void require(bool holds, const char* what)
+{
+    if (!holds) {
+        std::fprintf(stderr, "not so: %s\n", what);
+        std::abort();
+    }
+}
+
+Json::Value sound_document(const Document& document)
+{
+    Json::Value root = read_document(document.path);
+    const Json::Value& member = root[document.member];
+    require(document.default_text == &power_default_text ? member.isObject() : member.isArray(),
+            document.path);
+    return root;
+}

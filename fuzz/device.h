@@ -1,0 +1,37 @@
+/// The device that a fuzz target plays: the service's documents and state, without its threads
+/// and its socket. The paths are the service's own, so targets run in scripts/sandbox.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <json/value.h>
+
+struct Document {
+    const char* path;
+    const char* member;  // of its top level: an array, but for `power`
+    const std::string_view* default_text;
+};
+extern const Document documents[5];
+
+/// All that the handlers remember, as it is at start.
+void restore_state();
+
+/// That, and the documents as seeded.
+void restore_device();
+
+/// Takes a datagram through the ring to its handler. Gives the buffer that dispatch worked on.
+const unsigned char* deliver(std::string_view datagram);
+
+std::string datagram(std::uint32_t type, std::string_view payload);
+
+std::string read_text(const char* path);
+void write_text(const char* path, std::string_view text);
+
+/// Ends the run, which keeps its input, where `holds` is false.
+void require(bool holds, const char* what);
+
+/// The parsed document; requires that it has its member, of the right kind.
+Json::Value sound_document(const Document& document);
