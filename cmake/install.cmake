@@ -15,7 +15,7 @@ endif()
 
 install(FILES core/messages.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}
         COMPONENT development)
-file(GLOB schemas CONFIGURE_DEPENDS schemas/*.json)
+file(GLOB schemas schemas/*.json)
 install(FILES ${schemas} DESTINATION ${own_data_dir}/schemas COMPONENT development)
 
 # A manual belongs to the component of what it describes: section 1 has the tool, section 8
@@ -24,7 +24,7 @@ foreach(section_and_component 1:tools 5:development 7:development 8:service)
     string(REPLACE ":" ";" section_and_component ${section_and_component})
     list(GET section_and_component 0 section)
     list(GET section_and_component 1 component)
-    file(GLOB manuals CONFIGURE_DEPENDS man/*.${section})
+    file(GLOB manuals man/*.${section})
     install(FILES ${manuals} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
             COMPONENT ${component})
 endforeach()
