@@ -229,7 +229,7 @@ int ServiceTest::wait_exit()
 std::string ServiceTest::take_standard_error()
 {
     const std::string text = read_file("/proc/self/fd/" + std::to_string(standard_error_));
-    const std::string taken = text.substr(std::min(standard_error_taken_, text.size()));
+    std::string taken = text.substr(std::min(standard_error_taken_, text.size()));
     standard_error_taken_ = text.size();
     return taken;
 }
