@@ -17,10 +17,13 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <thread>
 
 #include <json/reader.h>
+
+#include "tools/statusctl/schema_check.h"
 
 namespace fs = std::filesystem;
 
@@ -110,9 +113,34 @@ bool has_ended(pid_t pid)
            info.si_pid != 0;
 }
 
+/// The documents that the case has written itself, and so may have damaged.
+std::set<std::string> written_by_case;
+
+void expect_schema(const std::string& name, const Json::Value& root)
+{
+    if (written_by_case.count(name) == 0) {
+        EXPECT_EQ(statusctl::validate_document(name, root), std::vector<std::string>()) << name;
+    }
+}
+
+/// Holds what the case leaves behind against the schemas. A document that is missing or does
+/// not parse is none: the service may have been killed in the middle of a rewrite.
+void expect_schemas()
+{
+    for (const char* name :
+         {"inputs.json", "usb-host.json", "ethernet.json", "power.json", "outputs.json"}) {
+        Json::Value root;
+        std::ifstream stream(std::string(status_directory) + "/" + name);
+        if (Json::parseFromStream(Json::CharReaderBuilder(), stream, &root, nullptr)) {
+            expect_schema(name, root);
+        }
+    }
+}
+
 /// What earlier runs of the service have left.
 void remove_traces()
 {
+    written_by_case.clear();
     fs::remove_all(status_directory);
     fs::remove_all(message_socket_path);
     fs::remove(log_path());
@@ -182,6 +210,7 @@ void ServiceTest::TearDown()
     }
     EXPECT_EQ(take_standard_error(), "");
     close(standard_error_);
+    expect_schemas();
 }
 
 void ServiceTest::start()
@@ -295,6 +324,7 @@ void ServiceTest::wait_logged(const std::string& message)
 
 std::vector<std::string> ServiceTest::logged_by(const Action& action)
 {
+    settle();
     const auto before = static_cast<std::ptrdiff_t>(log_messages().size());
     action();
     settle();
@@ -311,6 +341,7 @@ std::string ServiceTest::path_of(const std::string& name)
 
 void ServiceTest::write_document(const std::string& name, const std::string& text)
 {
+    written_by_case.insert(name);
     write_file(path_of(name), text);
 }
 
@@ -321,6 +352,8 @@ Json::Value ServiceTest::document(const std::string& name)
     std::istringstream stream(text_of(name));
     if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &root, &errors)) {
         ADD_FAILURE() << name << ": " << errors;
+    } else {
+        expect_schema(name, root);
     }
     return root;
 }
@@ -332,6 +365,7 @@ Json::Value ServiceTest::value_of(const std::string& name, const std::string& pa
 
 Accesses ServiceTest::accesses_by(const std::string& name, const Action& action)
 {
+    settle();
     const AccessWatch watch;
     action();
     settle();

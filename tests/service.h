@@ -91,7 +91,8 @@ protected:
 
     static std::string path_of(const std::string& name);
     static std::string text_of(const std::string& name) { return read_file(path_of(name)); }
-    /// Replaces a document's text, in place. Damaged documents come from here.
+    /// Replaces a document's text, in place. Damaged documents come from here, and none that
+    /// a case has written is held against its schema; all others are.
     static void write_document(const std::string& name, const std::string& text);
     /// The parsed document; fails the case where it is no JSON. Whole numbers are of the kind
     /// `Json::intValue`: compare them with signed numbers.
