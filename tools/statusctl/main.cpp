@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/statusctl/check.h"
 #include "tools/statusctl/get.h"
 #include "tools/statusctl/input_error.h"
 #include "tools/statusctl/send.h"
@@ -77,6 +78,15 @@ Action add_get(CLI::App& command)
     return [options] { return run_get(*options); };
 }
 
+Action add_check(CLI::App& command)
+{
+    auto options = std::make_shared<CheckOptions>();
+    command.description("Look over the documents and the service; a line a finding");
+    command.add_flag("--repair", options->repair,
+                     "Before a start: remove documents that do not parse, and nothing else");
+    return [options] { return run_check(*options); };
+}
+
 struct Command {
     const char* name;
     Action (*add)(CLI::App& command);
@@ -86,6 +96,7 @@ constexpr Command commands[] = {
     {"send", add_send},
     {"watch", add_watch},
     {"get", add_get},
+    {"check", add_check},
 };
 
 /// Parses the command line; gives what is to be run, or prints help and gives what ends well.

@@ -1,0 +1,118 @@
+/// `statusctl check`: what it finds, and what it repairs.
+#include <fcntl.h>
+#include <linux/netlink.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+#include "tests/service.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Check : public ServiceTest {
+protected:
+    /// Runs the tool with the options given; its output and status are in `output` and `status`.
+    void check(const std::string& options = "")
+    {
+        const fs::path tool = fs::read_symlink("/proc/self/exe").replace_filename("statusctl");
+        FILE* pipe = popen((tool.string() + " check " + options).c_str(), "r");
+        output.clear();
+        for (int byte = std::fgetc(pipe); byte != EOF; byte = std::fgetc(pipe)) {
+            output += static_cast<char>(byte);
+        }
+        status = WEXITSTATUS(pclose(pipe));
+    }
+
+    /// Expects a line that starts so; gives its end.
+    std::string expect_line(const std::string& start)
+    {
+        const std::size_t place = ("\n" + output).find("\n" + start);
+        EXPECT_NE(place, std::string::npos) << start << "\nin\n" << output;
+        const std::size_t end = std::min(output.size(), place + start.size());
+        return output.substr(end, output.find('\n', end) - end);
+    }
+
+    std::string process(pid_t pid, const std::string& name) const
+    {
+        return "process " + std::to_string(pid) + " (" + name + ")";
+    }
+
+    std::string output;
+    int status = -1;
+};
+
+TEST_F(Check, AllIsWellAfterTheStartAndAfterAReport)
+{
+    send_text(MSG_TYPE_POWER_STATUS, "1");
+    settle();
+    check();
+    EXPECT_EQ(status, 0) << output;
+    EXPECT_EQ(output.find("PROBLEM"), std::string::npos) << output;
+    const std::string seeded = "as seeded: nothing reported yet";
+    expect_line("ok       /var/run/status: in memory");
+    EXPECT_NE(expect_line("ok       outputs.json: valid, written ").find(seeded),
+              std::string::npos);
+    EXPECT_EQ(expect_line("ok       power.json: valid, written ").find(seeded), std::string::npos);
+    expect_line("ok       /tmp/json_app.sock: takes messages");
+    const std::string service = process(service_pid(), "status_json_ser");
+    expect_line("ok       status_json_service: " + service);
+    expect_line("ok       events of " + service + ": their netlink port is free");
+}
+
+TEST_F(Check, EachProblemIsALine)
+{
+    const int locked = open(path_of("ethernet.json").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(locked, LOCK_SH), 0);
+    const int taken = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK);
+    sockaddr_nl port = {};
+    port.nl_family = AF_NETLINK;
+    port.nl_pid = static_cast<std::uint32_t>(service_pid());
+    ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&port), sizeof port), 0);
+    fs::remove(path_of("usb-host.json"));
+    write_document("inputs.json", "");
+    write_document("power.json", R"({"power": {"power_source": "Sun\u001b"}})");
+    write_document("outputs.json", R"({"outputs": )");
+    check();
+    const std::string own = process(getpid(), "service_tests");
+    EXPECT_EQ(status, 1);
+    expect_line("PROBLEM  inputs.json: empty, written ");
+    expect_line("PROBLEM  usb-host.json: No such file or directory; ");
+    expect_line("PROBLEM  ethernet.json: locked for reading by " + own);
+    expect_line("PROBLEM  power.json: power.power_source is \"Sun\\u001b\": ");
+    expect_line("PROBLEM  outputs.json: Line 1, Column 13 ");
+    EXPECT_EQ(expect_line("PROBLEM  events of ").find(": their netlink port is taken by " + own),
+              process(service_pid(), "status_json_ser").size());
+    close(locked);
+    close(taken);
+
+    stop();
+    check();
+    expect_line("PROBLEM  /tmp/json_app.sock: Connection refused; start the service");
+    expect_line("PROBLEM  status_json_service: is not running; ");
+}
+
+TEST_F(Check, RepairRemovesWhatDoesNotParseBeforeAStart)
+{
+    write_document("inputs.json", "");
+    check("--repair");
+    EXPECT_TRUE(fs::exists(path_of("inputs.json"))) << "removed while the service runs";
+    stop();
+    write_document("outputs.json", R"({"outputs": )");
+    write_document("ethernet.json", R"({"ethernet": 7})");
+    check("--repair");
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(output.find("removed /var/run/status/inputs.json: empty\nremoved "), 0U) << output;
+    EXPECT_FALSE(fs::exists(path_of("inputs.json")));
+    EXPECT_FALSE(fs::exists(path_of("outputs.json")));
+    EXPECT_EQ(text_of("ethernet.json"), R"({"ethernet": 7})");
+    EXPECT_TRUE(fs::exists(path_of("power.json")));
+}
+
+}  // namespace

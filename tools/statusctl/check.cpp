@@ -1,0 +1,306 @@
+#include "tools/statusctl/check.h"
+
+#include <linux/magic.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <iostream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "core/paths.h"
+#include "store/default_texts.h"
+#include "store/store.h"
+#include "tools/statusctl/documents.h"
+#include "tools/statusctl/printable.h"
+#include "tools/statusctl/safe_read.h"
+#include "tools/statusctl/schema_check.h"
+#include "tools/statusctl/system_state.h"
+
+namespace statusctl {
+
+namespace {
+
+constexpr const char* service_name = "status_json_service";
+
+/// The service takes a lock and a netlink port for a moment only: what is still there after
+/// this long is held by something else.
+constexpr std::chrono::milliseconds passing(200);
+
+// --- findings ---
+
+int problems = 0;
+
+void say_well(const std::string& subject, const std::string& state)
+{
+    std::cout << "ok       " << subject << ": " << state << '\n';
+}
+
+void say_problem(const std::string& subject, const std::string& state, const std::string& remedy)
+{
+    ++problems;
+    std::cout << styled(Style::removed, "PROBLEM  ") << subject << ": " << state << "; " << remedy
+              << '\n';
+}
+
+std::string file_name(const StatusDocument& document)
+{
+    return std::string(document.name) + ".json";
+}
+
+// --- the directory ---
+
+bool is_in_memory(const struct statfs& file_system)
+{
+    return file_system.f_type == TMPFS_MAGIC || file_system.f_type == RAMFS_MAGIC;
+}
+
+void check_directory()
+{
+    struct statfs file_system = {};
+    if (statfs(status_directory, &file_system) != 0) {
+        say_problem(status_directory, std::strerror(errno), "the service makes it when it starts");
+    } else if (!is_in_memory(file_system)) {
+        say_problem(status_directory, "not in memory: each change of a document waits for a disk",
+                    "mount a tmpfs on /run");
+    } else {
+        say_well(status_directory, "in memory");
+    }
+}
+
+// --- locks ---
+
+std::string lock_text(const FileLock& lock)
+{
+    return std::string(lock.is_exclusive ? "locked by " : "locked for reading by ") +
+           process_text(lock.pid);
+}
+
+/// The locks on a file that do not pass.
+std::vector<FileLock> lasting_locks(const struct stat& file)
+{
+    const std::vector<FileLock> before = locks_on(file);
+    std::vector<FileLock> lasting;
+    if (before.empty()) {
+        return lasting;
+    }
+    std::this_thread::sleep_for(passing);
+    for (const FileLock& lock : locks_on(file)) {
+        if (!lock.is_waiting && std::find(before.begin(), before.end(), lock) != before.end()) {
+            lasting.push_back(lock);
+        }
+    }
+    return lasting;
+}
+
+/// Whether a process keeps a document locked: the service waits for it, and all messages wait
+/// behind that.
+bool check_locks(const StatusDocument& document)
+{
+    struct stat file = {};
+    if (stat(document.path, &file) != 0) {
+        return false;
+    }
+    const std::vector<FileLock> locks = lasting_locks(file);
+    for (const FileLock& lock : locks) {
+        say_problem(file_name(document), lock_text(lock),
+                    "the service waits until that process unlocks it or ends");
+    }
+    return !locks.empty();
+}
+
+// --- documents ---
+
+std::string_view default_text(const StatusDocument& document)
+{
+    const std::string_view texts[] = {inputs_default_text, usb_host_default_text,
+                                      ethernet_default_text, power_default_text,
+                                      outputs_default_text};
+    static_assert(std::size(texts) == std::size(status_documents));
+    return texts[&document - status_documents];
+}
+
+/// How long ago the document was written, in the largest unit that fits.
+std::string age_text(const StatusDocument& document)
+{
+    struct stat file = {};
+    if (stat(document.path, &file) != 0) {
+        return "now gone";
+    }
+    const std::time_t seconds = std::max<std::time_t>(0, std::time(nullptr) - file.st_mtime);
+    const struct {
+        std::time_t seconds;
+        const char* name;
+    } units[] = {{24 * 3600, " days ago"}, {3600, " hours ago"}, {60, " minutes ago"}};
+    for (const auto& unit : units) {
+        if (seconds >= 2 * unit.seconds) {
+            return "written " + std::to_string(seconds / unit.seconds) + unit.name;
+        }
+    }
+    return "written " + std::to_string(seconds) + " seconds ago";
+}
+
+void check_good_document(const StatusDocument& document, const DocumentRead& result)
+{
+    const std::vector<std::string> findings = validate_document(file_name(document), result.root);
+    for (const std::string& finding : findings) {
+        say_problem(file_name(document), printable(finding),
+                    "something else than the service has written it; remove it and start the "
+                    "service again");
+    }
+    if (findings.empty()) {
+        const bool is_seed = result.text == default_text(document);
+        say_well(file_name(document), "valid, " + age_text(document) +
+                                          (is_seed ? ", as seeded: nothing reported yet" : ""));
+    }
+}
+
+void check_document(const StatusDocument& document)
+{
+    const DocumentRead result = read_document_safely(document.path);
+    switch (result.state) {
+        case ReadState::good:
+            check_good_document(document, result);
+            break;
+        case ReadState::missing:
+            say_problem(file_name(document), printable(result.reason),
+                        "start the service again, which seeds it, and have all reported anew");
+            break;
+        case ReadState::empty:
+        case ReadState::damaged:
+            say_problem(file_name(document), printable(result.reason) + ", " + age_text(document),
+                        "stop the service, statusctl check --repair, start it again, and have "
+                        "all reported anew");
+            break;
+        case ReadState::unreadable:
+            say_problem(file_name(document), printable(result.reason),
+                        "look at what stands there and at its rights");
+            break;
+        case ReadState::locked:  // by whom is told with the locks
+            break;
+    }
+    if (!check_locks(document) && result.state == ReadState::locked) {
+        say_problem(file_name(document), printable(result.reason), "check as root to see by which");
+    }
+}
+
+// --- the service ---
+
+void check_socket()
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, message_socket_path);
+    const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    // Connecting sends nothing.
+    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+        say_well(message_socket_path, "takes messages");
+    } else if (errno == EACCES) {
+        say_problem(message_socket_path, std::strerror(errno), "check as a user who may send");
+    } else {
+        say_problem(message_socket_path, std::strerror(errno), "start the service");
+    }
+    close(descriptor);
+}
+
+/// The service's process id is the netlink port that it sends its events from.
+void check_event_port(pid_t service)
+{
+    const std::string subject = "events of " + process_text(service);
+    const std::optional<ino_t> before = socket_on_event_port(service);
+    if (before) {
+        std::this_thread::sleep_for(passing);
+    }
+    if (!before || socket_on_event_port(service) != before) {
+        say_well(subject, "their netlink port is free");
+        return;
+    }
+    const std::optional<pid_t> owner = process_with_socket(*before);
+    say_problem(subject,
+                "their netlink port is taken by " + (owner ? process_text(*owner) : "a socket"),
+                "no event goes out; end that process, or start the service again");
+}
+
+void check_service()
+{
+    const std::vector<pid_t> services = processes_named(service_name);
+    if (services.empty()) {
+        say_problem(service_name, "is not running", "start it");
+    }
+    if (services.size() > 1) {
+        say_problem(service_name, "runs " + std::to_string(services.size()) + " times",
+                    "stop all and start one: only the last has the socket, all write documents");
+    }
+    for (const pid_t service : services) {
+        say_well(service_name, process_text(service));
+        check_event_port(service);
+    }
+}
+
+// --- repair ---
+
+/// Without a service, nothing that is wrong with a document passes.
+constexpr std::chrono::milliseconds at_once(0);
+
+/// A document that the service itself can still read is not beyond repair.
+bool is_beyond_repair(const StatusDocument& document, const DocumentRead& result)
+{
+    return (result.state == ReadState::empty || result.state == ReadState::damaged) &&
+           read_document(document.path).isNull();
+}
+
+void repair_document(const StatusDocument& document)
+{
+    const DocumentRead result = read_document_safely(document.path, at_once);
+    if (!is_beyond_repair(document, result)) {
+        return;
+    }
+    if (unlink(document.path) == 0) {
+        std::cout << "removed " << document.path << ": " << printable(result.reason) << '\n';
+    } else {
+        std::cout << "can't remove " << document.path << ": " << std::strerror(errno) << '\n';
+    }
+}
+
+void repair()
+{
+    // A running service may be about to fill what looks empty.
+    if (!processes_named(service_name).empty()) {
+        std::cout << "the service is running: nothing is removed\n";
+        return;
+    }
+    for (const StatusDocument& document : status_documents) {
+        repair_document(document);
+    }
+}
+
+}  // namespace
+
+int run_check(const CheckOptions& options)
+{
+    if (options.repair) {
+        repair();
+        return 0;
+    }
+    check_directory();
+    for (const StatusDocument& document : status_documents) {
+        check_document(document);
+    }
+    check_socket();
+    check_service();
+    return problems == 0 ? 0 : 1;
+}
+
+}  // namespace statusctl

@@ -1,0 +1,36 @@
+/// What /proc tells about processes, file locks and netlink ports. What can't be read is
+/// simply not there: without root's rights, the sockets of other users' processes.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace statusctl {
+
+/// The processes of this name, of which the kernel keeps 15 bytes.
+std::vector<pid_t> processes_named(const std::string& name);
+
+/// "process 12 (name)", the name escaped.
+std::string process_text(pid_t pid);
+
+struct FileLock {
+    pid_t pid;
+    bool is_exclusive;
+    bool is_waiting;  // for the lock that another process holds
+};
+bool operator==(const FileLock& left, const FileLock& right);
+
+/// The locks of `flock` on a file, in the order in which they are held or waited for.
+std::vector<FileLock> locks_on(const struct stat& file);
+
+/// The inode of the socket that is bound to this port of NETLINK_USERSOCK.
+std::optional<ino_t> socket_on_event_port(pid_t port);
+
+/// The process that has a socket open, as far as that can be seen.
+std::optional<pid_t> process_with_socket(ino_t socket);
+
+}  // namespace statusctl
