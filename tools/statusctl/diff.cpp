@@ -51,7 +51,7 @@ const Json::Value* entry_of(const Json::Value* array, Json::ArrayIndex position)
     return position < size_of(array) ? &(*array)[position] : nullptr;
 }
 
-// NOLINTNEXTLINE(misc-no-recursion): goes no deeper than the parser lets a document be.
+/// Goes no deeper than the parser lets a document be.
 void compare(const std::string& path, const Json::Value* before, const Json::Value* after,
              std::vector<Change>& changes)
 {

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
@@ -139,6 +140,9 @@ DocumentSet take_changes(int descriptor, bool have_events)
         }
         for (const char* place = buffer.data(); place < buffer.data() + size;) {
             const auto& change = *reinterpret_cast<const inotify_event*>(place);
+            if ((change.mask & IN_IGNORED) != 0) {
+                throw std::runtime_error(std::string(status_directory) + " is gone");
+            }
             const char* const name = change.len == 0 ? "" : place + sizeof change;
             documents |= documents_of_change(change, name, have_events);
             place += sizeof change + change.len;

@@ -23,7 +23,8 @@ Subscription subscribe();
 
 /// The documents that what has come in since the last call may be about; all of them where
 /// something was lost. Never waits. An event is a hint: one that comes neither from root nor
-/// from the owner of the status directory is ignored.
+/// from the owner of the status directory is ignored. Throws std::runtime_error where the status
+/// directory has gone, with which the watch ends.
 DocumentSet take_hints(const Subscription& subscription);
 
 }  // namespace statusctl

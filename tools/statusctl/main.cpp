@@ -63,7 +63,7 @@ Action add_watch(CLI::App& command)
     command.add_option("--count", options->count,
                        "End when so many changes of documents were shown");
     command.add_option("--for", options->seconds, "End after so many seconds")
-        ->check(CLI::Range(0.0, 1e6));
+        ->check(CLI::Range(0.001, 1e6));
     return [options] { return run_watch(*options); };
 }
 

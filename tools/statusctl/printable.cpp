@@ -85,10 +85,14 @@ std::string formatted(const char* format, unsigned value)
     return text.data();
 }
 
-std::string json_text(const Json::Value& value, const char* indentation)
+constexpr int exact_digits = 17;
+constexpr int readable_digits = 15;  // 59.94 stays 59.94
+
+std::string json_text(const Json::Value& value, const char* indentation, int digits)
 {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = indentation;
+    builder["precision"] = digits;
     const std::string text = Json::writeString(builder, value);
     // The writer escapes all control characters but this one.
     std::string result;
@@ -156,17 +160,18 @@ std::string printable(std::string_view text)
 
 std::string json_line(const Json::Value& value)
 {
-    return json_text(value, "");
+    return json_text(value, "", exact_digits);
 }
 
 std::string json_lines(const Json::Value& value)
 {
-    return json_text(value, "    ");
+    return json_text(value, "    ", exact_digits);
 }
 
 std::string printable_value(const Json::Value& value)
 {
-    return value.isString() ? '"' + printable(value.asString()) + '"' : json_line(value);
+    return value.isString() ? '"' + printable(value.asString()) + '"'
+                            : json_text(value, "", readable_digits);
 }
 
 std::string clock_text(std::chrono::system_clock::time_point time)
