@@ -15,6 +15,9 @@ endif()
 
 install(FILES core/messages.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}
         COMPONENT development)
+configure_file(packaging/${PROJECT_NAME}.pc.in ${PROJECT_NAME}.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/${PROJECT_NAME}.pc DESTINATION ${CMAKE_INSTALL_DATADIR}/pkgconfig
+        COMPONENT development)
 file(GLOB schemas schemas/*.json)
 install(FILES ${schemas} DESTINATION ${own_data_dir}/schemas COMPONENT development)
 
