@@ -43,15 +43,6 @@ std::string log_path()
     return "";
 }
 
-/// STATUS_JSON_SERVICE of the environment, or the executable beside this one.
-std::string service_path()
-{
-    const char* given = std::getenv("STATUS_JSON_SERVICE");
-    return given != nullptr
-               ? given
-               : fs::read_symlink("/proc/self/exe").replace_filename("status_json_service");
-}
-
 sockaddr_un socket_address()
 {
     sockaddr_un address = {};
@@ -163,6 +154,12 @@ std::ostream& operator<<(std::ostream& stream, const Accesses& accesses)
     return stream << accesses.reads << " reads, " << accesses.writes << " writes";
 }
 
+int load_factor()
+{
+    const char* given = std::getenv("LOAD_FACTOR");
+    return given != nullptr ? std::atoi(given) : 1;
+}
+
 bool wait_until(const std::string& what, const std::function<bool()>& holds)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
@@ -174,6 +171,14 @@ bool wait_until(const std::string& what, const std::function<bool()>& holds)
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
     return true;
+}
+
+std::string service_path()
+{
+    const char* given = std::getenv("STATUS_JSON_SERVICE");
+    return given != nullptr
+               ? given
+               : fs::read_symlink("/proc/self/exe").replace_filename("status_json_service");
 }
 
 std::string read_file(const std::string& path)

@@ -30,6 +30,9 @@ std::ostream& operator<<(std::ostream& stream, const Accesses& accesses);
 
 using Action = std::function<void()>;
 
+/// How much more than usual cases of load do: LOAD_FACTOR of the environment, or 1.
+int load_factor();
+
 /// Waits, in short steps, until `holds` does; fails the case where that takes a minute.
 bool wait_until(const std::string& what, const std::function<bool()>& holds);
 
@@ -37,6 +40,9 @@ bool wait_until(const std::string& what, const std::function<bool()>& holds);
 std::string read_file(const std::string& path);
 /// Writes a file anew, in the folder that is there.
 void write_file(const std::string& path, const std::string& text);
+
+/// The executable under test: STATUS_JSON_SERVICE of the environment, or the one beside this.
+std::string service_path();
 
 /// A running service for each case. It must live until the case ends and must leave nothing
 /// on its standard error that the case has not taken.

@@ -1,0 +1,123 @@
+/// Kills: at each system call of a change, and at any moment under load. What they leave is
+/// described, and the next start works on it.
+#include <chrono>
+#include <cstdio>
+#include <random>
+#include <thread>
+
+#include "tests/traced_service.h"
+
+namespace {
+
+struct Change {
+    std::string document;
+    std::uint32_t type;
+    std::string text;
+};
+/// Each is written even where it repeats what the document says.
+const Change changes[] = {
+    {"inputs.json", MSG_TYPE_UAC_CONTROL, "0 0 0"},
+    {"usb-host.json", MSG_TYPE_USB_HOST_IN1, "1"},
+    {"ethernet.json", MSG_TYPE_ETHERNET_CONTROL, "2 off"},
+    {"power.json", MSG_TYPE_POWER_STATUS, "1"},
+    {"outputs.json", MSG_TYPE_UAC_CONTROL, "0 0 0"},
+};
+
+class Kills : public TracedServiceTest {
+protected:
+    void send_changes()
+    {
+        for (const Change& change : changes) {
+            send_text(change.type, change.text);
+        }
+    }
+
+    /// A start over what the killed run has left: three documents stay as they are, two are
+    /// seeded, and then every change is published.
+    void expect_restart()
+    {
+        const std::string kept[] = {"inputs.json", "ethernet.json", "outputs.json"};
+        std::vector<std::string> texts;
+        for (const std::string& name : kept) {
+            texts.push_back(text_of(name));
+        }
+        start();
+        for (std::size_t i = 0; i < texts.size(); ++i) {
+            EXPECT_EQ(text_of(kept[i]), texts[i]) << kept[i];
+        }
+        EXPECT_EQ(text_of("usb-host.json").size(), 1096U);
+        EXPECT_EQ(text_of("power.json").size(), 121U);
+        // Only a status update builds what is left of an empty document.
+        send(MSG_TYPE_ETHERNET_STATUS, 0);
+        send_changes();
+        settle();
+        // The last entry, be it of three or the only one.
+        const Json::Value inputs = document("inputs.json")["inputs"];
+        EXPECT_EQ(inputs[inputs.size() - 1]["control"]["enabled"], false);
+        EXPECT_EQ(value_of("usb-host.json", ".usb_c[0].connected"), true);
+        EXPECT_EQ(value_of("ethernet.json", ".ethernet[1].control.enabled"), false);
+        EXPECT_EQ(value_of("power.json", ".power.power_source"), "Adapter");
+        EXPECT_EQ(value_of("outputs.json", ".outputs[0].audio.connected"), false);
+    }
+};
+
+}  // namespace
+
+TEST_F(Kills, AtEachCallOfAChangeLeaveTheOldTextNoneOrTheNew)
+{
+    struct Row {
+        const char* call;
+        int when;
+        enum { old, empty, changed } left;
+    };
+    constexpr Row rows[] = {
+        {"openat", 1, Row::old},    {"read", 1, Row::old},      {"close", 1, Row::old},
+        {"openat", 2, Row::old},    {"flock", 1, Row::empty},   {"write", 1, Row::empty},
+        {"fsync", 1, Row::changed}, {"flock", 2, Row::changed}, {"close", 2, Row::changed},
+    };
+    for (const Change& change : changes) {
+        for (const Row& row : rows) {
+            SCOPED_TRACE(change.document + ", " + row.call + " " + std::to_string(row.when));
+            const std::string before = text_of(change.document);
+            const std::string injection = only_on(path_of(change.document)) +
+                                          "-e inject=" + row.call +
+                                          ":signal=KILL:when=" + std::to_string(row.when);
+            under(
+                injection, [&] { send_text(change.type, change.text); },
+                [&] { EXPECT_EQ(wait_exit(), -1); });
+            if (row.left == Row::changed) {
+                EXPECT_FALSE(document(change.document).empty());
+            } else {
+                EXPECT_EQ(text_of(change.document), row.left == Row::old ? before : "");
+            }
+            expect_restart();
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
+TEST_F(Kills, AtAnyMomentUnderLoadLeaveGroundForTheNextStart)
+{
+    std::mt19937 random(1);
+    int empty = 0;
+    int partial = 0;
+    const int rounds = 150 * load_factor();
+    for (int round = 0; round < rounds; ++round) {
+        for (int i = 0; i < 4; ++i) {
+            send_changes();
+            send(MSG_TYPE_ETHERNET_STATUS, 0);
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
+        stop();
+        for (const Change& change : changes) {
+            const std::string text = text_of(change.document);
+            empty += text.empty() ? 1 : 0;
+            partial += !text.empty() && text.back() != '\n' ? 1 : 0;
+            EXPECT_EQ(text.find_first_not_of("{"), text.empty() ? std::string::npos : 1) << text;
+        }
+        expect_restart();
+        ASSERT_FALSE(HasFailure());
+    }
+    std::printf("%d kills: %d documents left empty, %d partial, the others whole\n", rounds, empty,
+                partial);
+}

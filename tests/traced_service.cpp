@@ -1,0 +1,47 @@
+#include "tests/traced_service.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+
+namespace {
+
+bool is_traced(pid_t pid)
+{
+    const std::filesystem::path tasks = "/proc/" + std::to_string(pid) + "/task";
+    for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+        if (read_file(task.path() / "status").find("TracerPid:\t0\n") != std::string::npos) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string only_on(const std::string& path)
+{
+    return "-P " + path + " ";
+}
+
+void TracedServiceTest::under(const std::string& injections, const Action& action,
+                              const Action& done)
+{
+    const pid_t pid = service_pid();
+    const pid_t tracer = fork();
+    if (tracer == 0) {
+        const std::string command = "exec strace -qqq -o /dev/null -f " + injections + " -p ";
+        execl("/bin/sh", "sh", "-c", (command + std::to_string(pid) + " 2>/dev/null").c_str(),
+              nullptr);
+        std::_Exit(127);
+    }
+    wait_until("a tracer",
+               [&] { return is_traced(pid) || waitpid(tracer, nullptr, WNOHANG) != 0; });
+    action();
+    done ? done() : settle();
+    kill(tracer, SIGTERM);
+    EXPECT_EQ(waitpid(tracer, nullptr, 0), tracer) << "strace has ended early";
+}
