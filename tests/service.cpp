@@ -295,19 +295,25 @@ void ServiceTest::send_text(std::uint32_t type, const std::string& text)
 void ServiceTest::settle()
 {
     static std::uint32_t type = 1000000;
-    ++type;
-    send(type, 0);
-    wait_until("an answer of the service",
-               [this] { return times_logged(unknown_message(type)) > 0 || has_ended(pid_); });
+    std::error_code no_log;
+    const auto size = fs::file_size(log_path(), no_log);
+    send(++type, 0);
+    wait_until("an answer of the service", [&] {
+        const std::vector<std::string> news = log_messages(no_log ? 0 : size);
+        return std::count(news.begin(), news.end(), unknown_message(type)) > 0 || has_ended(pid_);
+    });
 }
 
 // --- the log ---
 
-std::vector<std::string> ServiceTest::log_messages()
+std::vector<std::string> ServiceTest::log_messages(std::uintmax_t offset)
 {
     const std::string category = " CATEGORY: ";
     std::vector<std::string> messages;
-    std::istringstream log(read_file(log_path()));
+    std::ifstream log(log_path());
+    if (std::error_code no_log; fs::file_size(log_path(), no_log) >= offset) {
+        log.seekg(static_cast<std::streamoff>(offset));  // else it has been rolled over
+    }
     for (std::string line; std::getline(log, line);) {
         if (const auto position = line.find(category); position != std::string::npos) {
             messages.push_back(line.substr(position + category.size()));

@@ -85,8 +85,9 @@ protected:
 
     // --- the log ---
 
-    /// The messages of the log in their order, without times and source places.
-    static std::vector<std::string> log_messages();
+    /// The messages of the log in their order, without times and source places, from a byte of
+    /// the log on.
+    static std::vector<std::string> log_messages(std::uintmax_t offset = 0);
     /// How often the log has this message.
     static int times_logged(const std::string& message);
     static void wait_logged(const std::string& message);
