@@ -143,7 +143,7 @@ std::string age_text(const StatusDocument& document)
     const struct {
         std::time_t seconds;
         const char* name;
-    } units[] = {{24 * 3600, " days ago"}, {3600, " hours ago"}, {60, " minutes ago"}};
+    } units[] = {{86400, " days ago"}, {3600, " hours ago"}, {60, " minutes ago"}};
     for (const auto& unit : units) {
         if (seconds >= 2 * unit.seconds) {
             return "written " + std::to_string(seconds / unit.seconds) + unit.name;
@@ -202,7 +202,7 @@ void check_socket()
 {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, message_socket_path);
+    std::strncpy(address.sun_path, message_socket_path, sizeof address.sun_path - 1);
     const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     // Connecting sends nothing.
     if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {

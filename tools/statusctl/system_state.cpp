@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <system_error>
 
@@ -25,6 +26,12 @@ std::string first_line(const std::string& path)
     std::ifstream file(path);
     std::getline(file, line);
     return line;
+}
+
+std::vector<std::string> words_of(const std::string& line)
+{
+    std::istringstream words(line);
+    return {std::istream_iterator<std::string>(words), {}};
 }
 
 std::string process_name(pid_t pid)
@@ -99,17 +106,13 @@ std::vector<FileLock> locks_on(const struct stat& file)
     std::ifstream table("/proc/locks");
     for (std::string line; std::getline(table, line);) {
         // 1: FLOCK  ADVISORY  WRITE 1234 00:1a:5678 0 EOF, with "->" before what waits
-        std::istringstream columns(line);
-        std::string number, kind, nature, access, name;
-        pid_t pid = 0;
-        columns >> number >> kind;
-        const bool is_waiting = kind == "->";
+        std::vector<std::string> columns = words_of(line);
+        const bool is_waiting = columns.size() > 1 && columns[1] == "->";
         if (is_waiting) {
-            columns >> kind;
+            columns.erase(columns.begin() + 1);
         }
-        columns >> nature >> access >> pid >> name;
-        if (kind == "FLOCK" && name == wanted) {
-            locks.push_back({pid, access == "WRITE", is_waiting});
+        if (columns.size() > 5 && columns[1] == "FLOCK" && columns[5] == wanted) {
+            locks.push_back({std::stoi(columns[4]), columns[3] == "WRITE", is_waiting});
         }
     }
     return locks;
@@ -121,15 +124,11 @@ std::optional<ino_t> socket_on_event_port(pid_t port)
     std::string line;
     std::getline(table, line);  // the headings
     while (std::getline(table, line)) {
-        std::istringstream columns(line);
-        std::string address, groups, received, sent, dump, locks, drops;
-        int protocol = 0;
-        std::uint32_t bound = 0;
-        ino_t inode = 0;
-        columns >> address >> protocol >> bound >> groups >> received >> sent >> dump >> locks >>
-            drops >> inode;
-        if (columns && protocol == NETLINK_USERSOCK && bound == static_cast<std::uint32_t>(port)) {
-            return inode;
+        // address, protocol, port, groups, five counts, inode
+        const std::vector<std::string> columns = words_of(line);
+        if (columns.size() > 9 && columns[1] == std::to_string(NETLINK_USERSOCK) &&
+            columns[2] == std::to_string(port)) {
+            return std::stoul(columns[9]);
         }
     }
     return std::nullopt;
