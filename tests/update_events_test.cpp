@@ -97,7 +97,8 @@ TEST_F(UpdateEvents, OfBothThreadsDoNotPushEachOtherOut)
     send_text(MSG_TYPE_UAC_CONTROL, "0 1 1");
     std::this_thread::sleep_until(in_two_seconds);
     std::ptrdiff_t input_events = 0;
-    while (input_events == 0 && !HasFailure()) {
+    while (input_events == 0 && !HasFailure() &&
+           std::chrono::steady_clock::now() < in_two_seconds + seconds(10)) {
         Names names;
         for (int number = 0; number < 32; ++number) {
             send_text(MSG_TYPE_POWER_STATUS, "1");
