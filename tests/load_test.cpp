@@ -1,0 +1,171 @@
+/// Many messages: no event is lost, nothing grows, and the documents say what came last.
+#include <filesystem>
+#include <map>
+#include <random>
+
+#include "tests/service.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* document_names[] = {"inputs.json", "usb-host.json", "ethernet.json",
+                                          "power.json", "outputs.json"};
+
+struct Resources {
+    long resident_kib;
+    std::ptrdiff_t descriptors;
+    std::ptrdiff_t threads;
+};
+
+class Load : public ServiceTest {
+protected:
+    void count_events()
+    {
+        for (const std::string& name : events.take_names()) {
+            ++counts_[name];
+        }
+    }
+
+    /// Any message but those of the Ethernet ports, mostly a sound one.
+    void send_any()
+    {
+        struct Record {
+            std::uint32_t type;
+            std::size_t size;
+        };
+        constexpr Record records[] = {{1, 16}, {2, 4}, {3, 4}, {5, 12}, {7, 52}, {17, 4}, {4, 40}};
+        constexpr std::uint32_t texts[] = {8, 9, 11, 12, 14, 15, 16, 18, 0, 13, 99};
+        const std::size_t choice = random_() % (std::size(records) + std::size(texts));
+        if (choice >= std::size(records)) {
+            const std::uint32_t type = texts[choice - std::size(records)];
+            send_text(type, number() + " " + number() + " " + number());
+            return;
+        }
+        std::string payload(records[choice].size, '\0');
+        for (char& byte : payload) {
+            byte = static_cast<char>(random_() % 4);
+        }
+        send(records[choice].type, static_cast<std::uint32_t>(payload.size()), payload);
+        if (random_() % 16 == 0) {
+            send(payload);
+        }
+    }
+
+    /// Leaves nothing as it was, whatever was said before.
+    std::vector<std::string> texts_after_last_messages()
+    {
+        for (std::uint8_t port : {std::uint8_t{0}, std::uint8_t{1}}) {
+            send_record(MSG_TYPE_LINK_STATUS, CmdDataLinkStatus{port, 0, 0, 0});
+            send_record(MSG_TYPE_LINK_STATUS, CmdDataLinkStatus{port, 1, 1, 0});
+            send_record(MSG_TYPE_VIDEO_STATUS,
+                        CmdDataVideoStatus{port, 1, 0, 0, 1920, 1080, 60, 1, 1, 0, 0, 1, {}});
+            const VideoTimingFields timing = {port, 0,    148500000, 2200, 1920, 44, 148, 88, 67500,
+                                              1,    1125, 1080,      5,    36,   4,  60,  1};
+            send_record(MSG_TYPE_VIDEO_TIMING, CmdDataVideoTiming{timing, 0, {}});
+            send_record(MSG_TYPE_HDCP_STATUS, CmdDataHDCPStatus{port, 1, 2, 0});
+            send_record(MSG_TYPE_AUDIO_STATUS,
+                        CmdDataAudioStatus{port, 0, 1, 0, 0, 2, 0, 2, 0, {}});
+            send_text(MSG_TYPE_HDCP_VERSION, std::to_string(port) + " 1");
+        }
+        send_record(MSG_TYPE_HDMI_VIDEO_MODE, CmdDataHdmiVideoMode{0, 2, {}});
+        TypeC_Info partner = {};
+        partner.PeerDeviceVID = 0x1D6B;
+        for (const auto& [type, text] : {std::pair<std::uint32_t, const char*>{8, "1"},
+                                         {9, "1"},
+                                         {9, "2"},
+                                         {11, "1"},
+                                         {14, "0 1 1"},
+                                         {15, "1"},
+                                         {16, "1"},
+                                         {10, "3 off"},
+                                         {10, "4 on 1"},
+                                         {6, ""}}) {
+            send_text(type, text);
+        }
+        send_record(MSG_TYPE_TYPEC_INFO, partner);
+        settle();
+        std::vector<std::string> texts;
+        for (const char* name : document_names) {
+            texts.push_back(text_of(name));
+        }
+        return texts;
+    }
+
+    Resources resources() const
+    {
+        const fs::path process = "/proc/" + std::to_string(service_pid());
+        const auto entries = [&](const char* folder) {
+            return std::distance(fs::directory_iterator(process / folder), {});
+        };
+        const std::string status = read_file(process / "status");
+        return {std::stol(status.substr(status.find("VmRSS:") + 6)), entries("fd"),
+                entries("task")};
+    }
+
+    std::map<std::string, int> counts_;
+
+private:
+    std::string number() { return std::to_string(static_cast<int>(random_() % 5) - 1); }
+
+    std::mt19937 random_{1};
+};
+
+}  // namespace
+
+TEST_F(Load, LosesNoEventWhereTheDelayedOneMeetsAFloodOfOthers)
+{
+    int sent = 0;
+    for (int round = 1; round <= load_factor(); ++round) {
+        send_text(MSG_TYPE_HDCP_VERSION, round % 2 == 0 ? "0 1" : "0 0");
+        wait_until("the delayed event", [&] {
+            count_events();
+            while (sent - counts_["e_power_json_update"] < 64) {
+                send_text(MSG_TYPE_POWER_STATUS, "1");
+                ++sent;
+            }
+            return counts_["e_input_json_update"] == round;
+        });
+    }
+    settle();
+    count_events();
+    EXPECT_EQ(counts_["e_power_json_update"], sent);
+    std::printf("%d direct events\n", sent);
+}
+
+TEST_F(Load, LeavesNothingBehind)
+{
+    const int batches = 200 * load_factor();
+    Resources before = {};
+    for (int batch = 1; batch <= batches; ++batch) {
+        for (int i = 0; i < 90; ++i) {
+            send_any();
+        }
+        // All before it is done when its event comes.
+        send(MSG_TYPE_ETHERNET_STATUS, 0);
+        wait_until("the batch", [&] {
+            count_events();
+            return counts_["e_ethernet_json_update"] == batch;
+        });
+        ASSERT_FALSE(HasFailure());
+        if (batch == batches / 10) {
+            before = resources();
+        }
+    }
+    wait_until("the timer's thread", [&] { return resources().threads <= before.threads; });
+    const Resources after = resources();
+    EXPECT_EQ(after.descriptors, before.descriptors);
+    std::printf("%d messages: resident %ld KiB, then %ld KiB\n", 91 * batches, before.resident_kib,
+                after.resident_kib);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(after.resident_kib, before.resident_kib + 512);
+#endif
+    for (const std::string& message : log_messages()) {
+        EXPECT_EQ(message.find("overflow"), std::string::npos) << message;
+    }
+
+    const std::vector<std::string> texts = texts_after_last_messages();
+    stop();
+    ServiceTest::SetUp();
+    EXPECT_EQ(texts, texts_after_last_messages());
+}

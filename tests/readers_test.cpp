@@ -1,0 +1,131 @@
+/// Readers of a document that is rewritten back to back: what each way of reading finds, and
+/// that the one that the manual recommends finds nothing but whole documents.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <thread>
+
+#include <json/reader.h>
+
+#include "tests/service.h"
+
+namespace {
+
+enum Found { whole, empty, partial, mixed, found_count };
+
+class Readers : public ServiceTest {
+protected:
+    void SetUp() override
+    {
+        ServiceTest::SetUp();
+        CmdDataVideoStatus stable = {};
+        stable.isStable = 1;
+        send_record(MSG_TYPE_VIDEO_STATUS, stable);
+        for (int number : {0, 1}) {
+            send_timing(number);
+            settle();
+            states_[number] = value_of("inputs.json", ".inputs[0].video");
+        }
+    }
+
+    /// Two timings that differ in all fields but one.
+    static void send_timing(int number)
+    {
+        CmdDataVideoTiming message = {};
+        message.timing = number == 0
+                             ? VideoTimingFields{0, 0,    148500000, 2200, 1920, 44, 148, 88, 67500,
+                                                 1, 1125, 1080,      5,    36,   4,  60,  1}
+                             : VideoTimingFields{0, 1,   27000000, 858, 720, 62, 60, 16, 31469,
+                                                 0, 525, 480,      6,   30,  9,  30, 0};
+        send_record(MSG_TYPE_VIDEO_TIMING, message);
+    }
+
+    Found judge(const char* text, ssize_t size)
+    {
+        static const std::unique_ptr<Json::CharReader> parser(
+            Json::CharReaderBuilder().newCharReader());
+        Json::Value root;
+        if (size <= 0) {
+            return empty;
+        }
+        if (!parser->parse(text, text + size, &root, nullptr)) {
+            return partial;
+        }
+        const Json::Value& video = root["inputs"][0]["video"];
+        return video == states_[0] || video == states_[1] ? whole : mixed;
+    }
+
+    Found read_once(bool locks)
+    {
+        char text[8192];
+        const int descriptor = open(inputs_document_path, O_RDONLY | O_CLOEXEC);
+        if (locks) {
+            flock(descriptor, LOCK_SH);
+        }
+        const ssize_t size = read(descriptor, text, sizeof text);
+        close(descriptor);
+        return judge(text, size);
+    }
+
+    Found read_until_whole(int& repetitions)
+    {
+        Found found = whole;
+        while ((found = read_once(true)) == empty || found == partial) {
+            ++repetitions;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return found;
+    }
+
+    static void print(const char* reader, int reads, const int (&counts)[found_count])
+    {
+        const auto percent = [reads](int count) { return 100.0 * count / reads; };
+        std::printf("%-34s %8d reads: %6.2f %% empty, %6.2f %% partial, %6.2f %% mixed\n", reader,
+                    reads, percent(counts[empty]), percent(counts[partial]),
+                    percent(counts[mixed]));
+    }
+
+    Json::Value states_[2];
+};
+
+}  // namespace
+
+TEST_F(Readers, WhoFollowTheManualGetWholeDocumentsAlone)
+{
+    std::atomic<bool> is_over = false;
+    std::thread writer([&is_over] {
+        for (unsigned number = 0; !is_over; ++number) {
+            send_timing(static_cast<int>(number % 2));
+            if (number % 16 == 0) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        }
+    });
+    const int reads = 5000 * load_factor();
+    int unlocked[found_count] = {};
+    int locked[found_count] = {};
+    int repeated[found_count] = {};
+    int repetitions = 0;
+    for (int i = 0; i < reads; ++i) {
+        ++unlocked[read_once(false)];
+        ++locked[read_once(true)];
+        ++repeated[read_until_whole(repetitions)];
+    }
+    is_over = true;
+    writer.join();
+
+    print("without a lock", reads, unlocked);
+    print("with a shared lock", reads, locked);
+    print("with a shared lock and repetition", reads, repeated);
+    std::printf("%.2f repetitions a read\n", 1.0 * repetitions / reads);
+    EXPECT_EQ(repeated[whole], reads);
+    EXPECT_EQ(locked[partial] + locked[mixed], 0);
+    // The event comes when the last write is done.
+    EXPECT_EQ(events.wait().name, "e_input_json_update");
+    EXPECT_EQ(read_once(true), whole);
+}
