@@ -2,6 +2,8 @@
 /// described, and the next start works on it.
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <random>
 #include <thread>
 
@@ -30,6 +32,15 @@ protected:
         for (const Change& change : changes) {
             send_text(change.type, change.text);
         }
+    }
+
+    /// `statusctl check` finds a document that was left empty.
+    static void expect_finding(const std::string& name)
+    {
+        const std::filesystem::path tool =
+            std::filesystem::path(service_path()).replace_filename("statusctl");
+        EXPECT_NE(std::system((tool.string() + " check >/tmp/check").c_str()), 0);
+        EXPECT_NE(read_file("/tmp/check").find("PROBLEM  " + name + ": empty"), std::string::npos);
     }
 
     /// A start over what the killed run has left: three documents stay as they are, two are
@@ -89,6 +100,9 @@ TEST_F(Kills, AtEachCallOfAChangeLeaveTheOldTextNoneOrTheNew)
                 EXPECT_FALSE(document(change.document).empty());
             } else {
                 EXPECT_EQ(text_of(change.document), row.left == Row::old ? before : "");
+            }
+            if (row.call == std::string("write")) {
+                expect_finding(change.document);
             }
             expect_restart();
             ASSERT_FALSE(HasFailure());
