@@ -37,6 +37,14 @@ constexpr std::size_t event_size = 1040;
 
 KindIndex kind;
 
+void must(bool holds)
+{
+    if (!holds) {
+        std::perror("floor");
+        std::exit(1);
+    }
+}
+
 // --- the log lines of the kinds that need no document ---
 
 void write_line()
@@ -81,7 +89,7 @@ void write_document(const char* path, const Json::Value& root)
     const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
     flock(descriptor, LOCK_EX);
     const std::string text = root.toStyledString();
-    static_cast<void>(!write(descriptor, text.data(), text.size()));
+    must(write(descriptor, text.data(), text.size()) >= 0);
     fsync(descriptor);
     flock(descriptor, LOCK_UN);
     close(descriptor);
@@ -92,7 +100,7 @@ void send_event(const char* name)
     const int descriptor = socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK);
     sched_yield();
     sockaddr_nl address = {AF_NETLINK, 0, static_cast<unsigned>(getpid()), ~0U};
-    bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    must(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0);
     sched_yield();
     address = {AF_NETLINK, 0, ~0U, 1};
     auto* message = static_cast<nlmsghdr*>(std::malloc(event_size));
@@ -100,7 +108,7 @@ void send_event(const char* name)
     sched_yield();
     message->nlmsg_len = event_size;
     message->nlmsg_pid = static_cast<unsigned>(getpid());
-    std::strcpy(static_cast<char*>(NLMSG_DATA(message)), name);
+    std::memcpy(NLMSG_DATA(message), name, std::strlen(name) + 1);
     iovec part = {message, event_size};
     const msghdr envelope = {&address, sizeof address, &part, 1, nullptr, 0, 0};
     sched_yield();
@@ -236,8 +244,8 @@ int main(int argc, char* argv[])
     }
     const int descriptor = socket(AF_UNIX, SOCK_DGRAM, 0);
     sockaddr_un address = {AF_UNIX, ""};
-    std::strcpy(address.sun_path, message_socket_path);
-    bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    std::string(message_socket_path).copy(address.sun_path, sizeof address.sun_path - 1);
+    must(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0);
     pthread_t thread;
     if (part == "ring" || part == "road") {
         pthread_create(&thread, nullptr, take_all, nullptr);

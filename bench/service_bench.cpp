@@ -4,6 +4,7 @@
 /// All processes share one core. What is measured has real-time priority there, so that this
 /// program, and whatever else the machine does, goes on only when the service has nothing left
 /// to do: one message after the other comes to a service that sleeps on a core that is awake.
+/// For a burst, this program goes before the service instead.
 #include <linux/netlink.h>
 #include <sched.h>
 #include <sys/prctl.h>
@@ -40,9 +41,9 @@ constexpr unsigned long_run_messages = 100000;
 constexpr unsigned bursts = 1000;
 constexpr unsigned burst_messages = 128;
 constexpr unsigned idle_seconds = 4;  // the timer has three
-// Real-time priority has its limits: where the kernel holds up the service for others' sake,
-// this many messages don't fill the ring.
-constexpr unsigned paced_messages = 64;
+// As many messages as the queue of the socket holds: a sender of more is held up by it, and one
+// after the other follows the service's own pace.
+constexpr unsigned burst_of_round = 10;
 
 constexpr const char* documents[] = {inputs_document_path, usb_host_document_path,
                                      ethernet_document_path, power_document_path,
@@ -90,13 +91,11 @@ long number_in(const std::string& path, const std::string& name)
 
 bool is_asleep(const Process& process)
 {
-    for (const auto& thread : fs::directory_iterator(process.folder + "/task")) {
+    const fs::directory_iterator threads(process.folder + "/task");
+    return std::all_of(begin(threads), end(threads), [](const auto& thread) {
         const std::string stat = read_file(thread.path() / "stat");
-        if (stat.compare(stat.rfind(')'), 3, ") S") != 0) {
-            return false;
-        }
-    }
-    return true;
+        return stat.compare(stat.rfind(')'), 3, ") S") == 0;
+    });
 }
 
 /// Busy, so that the core does not go to sleep.
@@ -132,8 +131,9 @@ Process start(const std::string& program, const char* part = nullptr, unsigned k
     }
     process.folder = "/proc/" + std::to_string(process.pid);
     sockaddr_un address = {AF_UNIX, ""};
-    std::strcpy(address.sun_path, message_socket_path);
-    while (connect(process.socket, reinterpret_cast<const sockaddr*>(&address), sizeof address)) {
+    std::string(message_socket_path).copy(address.sun_path, sizeof address.sun_path - 1);
+    while (connect(process.socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
+           0) {
         must(waitpid(process.pid, nullptr, WNOHANG) == 0, path + " has ended");
     }
     wait_until_asleep(process);
@@ -159,11 +159,16 @@ void send(const Process& process, const std::string& message)
     must(sent == static_cast<ssize_t>(message.size()), "a message can't be sent");
 }
 
-void send_messages(const Process& process, const Kind& kind, unsigned count)
+enum Arrival { one_by_one, in_bursts };
+
+void send_messages(const Process& process, const Kind& kind, unsigned count,
+                   Arrival arrival = one_by_one)
 {
     for (unsigned number = 1; number <= count; ++number) {
+        set_real_time_priority(arrival == in_bursts ? 2 : 0);
         send(process, kind.message(number));
-        if (number % paced_messages == 0) {
+        if (number % burst_of_round == 0) {
+            set_real_time_priority(0);
             wait_until_asleep(process);
         }
     }
@@ -218,38 +223,39 @@ Round measure(const Process& process, const std::function<void()>& work)
     const double before = cpu_time(process);
     work();
     wait_until_asleep(process);
-    const Round round = {(cpu_time(process) - before) / messages_of_round,
-                         number_in(calls, "syscr") - reads, number_in(calls, "syscw") - writes,
-                         take_events(events), read_documents()};
+    Round round = {(cpu_time(process) - before) / messages_of_round,
+                   number_in(calls, "syscr") - reads, number_in(calls, "syscw") - writes,
+                   take_events(events), read_documents()};
     close(events);
     return round;
 }
 
 /// `before` gets the documents as they stand when the round begins, behind an even number of
 /// messages.
-Round measure_service(const Kind& kind, Texts& before)
+Round measure_service(const Kind& kind, Arrival arrival, Texts& before)
 {
     const Process service = start_service();
-    send_messages(service, kind, paced_messages);
+    send_messages(service, kind, burst_of_round);
     before = read_documents();
-    const Round round = measure(service, [&] { send_messages(service, kind, messages_of_round); });
+    Round round =
+        measure(service, [&] { send_messages(service, kind, messages_of_round, arrival); });
     stop(service);
     return round;
 }
 
-Round measure_floor(const char* part, unsigned index)
+Round measure_floor(const char* part, unsigned index, Arrival arrival = one_by_one)
 {
     const bool is_cycle = std::strcmp(part, "cycle") == 0;
     const unsigned count = messages_of_round;
     const Process floor = start("floor", part, index);
     if (!is_cycle) {
-        send_messages(floor, kinds[index], paced_messages);
+        send_messages(floor, kinds[index], burst_of_round);
     }
-    const Round round = measure(floor, [&] {
+    Round round = measure(floor, [&] {
         if (is_cycle) {
             send(floor, {reinterpret_cast<const char*>(&count), sizeof count});
         } else {
-            send_messages(floor, kinds[index], count);
+            send_messages(floor, kinds[index], count, arrival);
         }
     });
     stop(floor);
@@ -257,15 +263,15 @@ Round measure_floor(const char* part, unsigned index)
 }
 
 /// The same round for both, from the same documents on.
-std::pair<Round, Round> measure_both(unsigned index, bool has_log)
+std::pair<Round, Round> measure_both(unsigned index, Arrival arrival, bool has_log)
 {
     const Kind& kind = kinds[index];
     Texts before;
-    Round service = measure_service(kind, before);
+    Round service = measure_service(kind, arrival, before);
     for (std::size_t document = 0; document < std::size(documents); ++document) {
         std::ofstream(documents[document]) << before[document];
     }
-    Round floor = measure_floor(kind.has_cycle ? "cycle" : "road", index);
+    Round floor = measure_floor(kind.has_cycle ? "cycle" : "road", index, arrival);
     // The cycle of the floor writes no log.
     must(service.reads == floor.reads &&
              (service.writes == floor.writes || (has_log && kind.has_cycle)) &&
@@ -295,16 +301,17 @@ void let_log(bool to_file)
     std::ofstream(log_configuration_path) << text;
 }
 
-void print_kind(unsigned index)
+void print_kind(unsigned index, Arrival arrival)
 {
     const Kind& kind = kinds[index];
-    std::printf("%-16s %-25s", kind.name, kind.has_cycle ? "cycle" : "receive, ring, log line");
+    std::printf("%-16s %-11s %-24s", kind.name, arrival == in_bursts ? "in bursts" : "one by one",
+                kind.has_cycle ? "cycle" : "receive, ring, log line");
     Samples ratios[2];
     Round last = {};
     for (int round = 0; round < rounds; ++round) {
         for (const bool has_log : {true, false}) {
             let_log(has_log);
-            const auto [service, floor] = measure_both(index, has_log);
+            const auto [service, floor] = measure_both(index, arrival, has_log);
             ratios[has_log].push_back(service.cost / floor.cost);
             last = floor;
         }
@@ -363,8 +370,8 @@ void print_memory_and_idleness()
     const Process service = start_service();
     const auto resident = [&service] { return number_in(service.folder + "/status", "VmRSS"); };
     const auto send_all_kinds = [&service](unsigned count) {
-        for (unsigned sent = 0; sent < count; sent += paced_messages) {
-            send_messages(service, kinds[sent / paced_messages % std::size(kinds)], paced_messages);
+        for (unsigned sent = 0; sent < count; sent += burst_of_round) {
+            send_messages(service, kinds[sent / burst_of_round % std::size(kinds)], burst_of_round);
         }
     };
     const long at_start = resident();
@@ -421,11 +428,12 @@ int main()
     std::printf(
         "Processor time of the service over that of the floor: medians of %d rounds, their "
         "range,\nand the system calls and events in which they agreed, for %u messages\n\n"
-        "%-16s %-25s%18s%18s %6s %6s %6s\n",
-        rounds, messages_of_round, "message", "floor", "logging to a file", "logging off", "reads",
-        "writes", "events");
+        "%-16s %-11s %-24s%18s%18s %6s %6s %6s\n",
+        rounds, messages_of_round, "message", "arrive", "floor", "logging to a file", "logging off",
+        "reads", "writes", "events");
     for (unsigned index = 0; index < std::size(kinds); ++index) {
-        print_kind(index);
+        print_kind(index, one_by_one);
+        print_kind(index, in_bursts);
     }
     print_road();
     print_start();
