@@ -64,7 +64,9 @@ std::string file_name(const StatusDocument& document)
 
 bool is_in_memory(const struct statfs& file_system)
 {
-    return file_system.f_type == TMPFS_MAGIC || file_system.f_type == RAMFS_MAGIC;
+    // The field's size and sign differ between architectures.
+    const auto type = static_cast<unsigned int>(file_system.f_type);
+    return type == TMPFS_MAGIC || type == RAMFS_MAGIC;
 }
 
 void check_directory()
