@@ -27,6 +27,8 @@ endif()
 
 option(COVERAGE "Build with clang's source-based coverage" OFF)
 if(COVERAGE)
-    target_compile_options(compile_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+    # The counters of a process that is killed count as well: they live in the profile's file.
+    target_compile_options(compile_options INTERFACE
+        -fprofile-instr-generate -fcoverage-mapping "SHELL:-mllvm -runtime-counter-relocation")
     target_link_options(compile_options INTERFACE -fprofile-instr-generate)
 endif()
