@@ -4,6 +4,7 @@
 #include "core/paths.h"
 #include "ethernet/ethernet.h"
 #include "fuzz/device.h"
+#include "store/default_texts.h"
 #include "video/video.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -22,6 +23,8 @@ void read_timing(std::string_view text)
             "a timing is read whole or not at all");
 
     restore_device();
+    refresh_current_play_timing(2);  // no input
+    require(read_text(inputs_document_path) == inputs_default_text, "no other input is published");
     refresh_current_play_timing(1);
     const Json::Value published = sound_document(documents[0])["inputs"][1]["video"]["timing"];
     const unsigned clock = result == 0 && is_timing_valid(timing) ? timing.pixel_clock : 0;
