@@ -1,4 +1,4 @@
-/// The words for the codes of the audio messages.
+/// The words for the codes of the audio messages. Every other coding is "Non-LPCM" too.
 #pragma once
 
 #include "core/code_text.h"

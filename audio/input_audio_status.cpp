@@ -29,11 +29,11 @@ InputAudio reported_audio(const CmdDataAudioStatus& report)
 
 bool shows(Json::Value& object, const InputAudio& audio)
 {
-    return flag_of(object["connected"]) == audio.is_present &&
-           flag_of(object["signal_present"]) == audio.is_present &&
-           has_text(object["format"], audio.format) &&
-           has_text(object["sample_frequency"], audio.sample_frequency) &&
-           number_of(object["channel"]) == audio.channel;
+    return flag_in(object, "connected").asBool() == audio.is_present &&
+           flag_in(object, "signal_present").asBool() == audio.is_present &&
+           has_text(text_in(object, "format"), audio.format) &&
+           has_text(text_in(object, "sample_frequency"), audio.sample_frequency) &&
+           number_in(object, "channel").asInt() == audio.channel;
 }
 
 void set_audio(Json::Value& object, const InputAudio& audio)

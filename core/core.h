@@ -52,7 +52,7 @@ void dispatch_message(const unsigned char* buffer);
 /// Entry of the dispatch thread: works through the ring, one message at a time, for ever.
 void* run_dispatch(void* unused);
 
-// --- record_messages.cpp: log a record, then apply it. Dispatch thread, without locks. ---
+// --- record_messages.cpp: log a message, then apply it. Dispatch thread, without locks. ---
 
 void handle_video_status(const MessageHeader* header, const void* payload);
 void handle_audio_status(const MessageHeader* header, const void* payload);

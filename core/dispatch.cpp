@@ -56,7 +56,7 @@ void* run_dispatch(void* /*unused*/)
 {
     unsigned char buffer[message_slot_size];
     for (;;) {
-        message_queue_pop(buffer);
+        static_cast<void>(message_queue_pop(buffer));
         dispatch_message(buffer);
     }
 }

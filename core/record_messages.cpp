@@ -1,4 +1,4 @@
-/// The messages that carry a record: each is logged with its fields and then applied.
+/// The messages of the dispatch table: each is logged, a record with its fields, and applied.
 #include <cstdlib>
 #include <cstring>
 

@@ -1,5 +1,5 @@
 /// The four Ethernet ports, published in `ethernet.json`. All of it runs on the dispatch thread
-/// and takes `document_mutex`; nothing is reported to the caller.
+/// and, but for what builds entries, takes `document_mutex`; nothing is reported to the caller.
 #pragma once
 
 #include <string>

@@ -1,12 +1,10 @@
-/// The documents as they stand before anything has been reported, to the byte: readers compare
-/// a seeded document with these texts, the missing blank of the first `"index":1` included.
+/// The documents as they stand before anything has been reported, to the byte, the missing blank of
+/// the first `"index":1` included: by its text a document is known as seeded.
 #include "store/default_texts.h"
-
-namespace {
 
 // clang-format off
 
-constexpr std::string_view inputs_text = R"({
+constexpr std::string_view inputs_default_text = R"({
   "inputs": [
     {
       "port_type": "HDMI",
@@ -123,9 +121,9 @@ constexpr std::string_view inputs_text = R"({
   ]
 }
 )";
-static_assert(inputs_text.size() == 2945);
+static_assert(inputs_default_text.size() == 2945);
 
-constexpr std::string_view usb_host_text = R"({
+constexpr std::string_view usb_host_default_text = R"({
   "usb_c": [
     {
       "port": "USB-C",
@@ -176,9 +174,9 @@ constexpr std::string_view usb_host_text = R"({
   ]
 }
 )";
-static_assert(usb_host_text.size() == 1096);
+static_assert(usb_host_default_text.size() == 1096);
 
-constexpr std::string_view ethernet_text = R"({
+constexpr std::string_view ethernet_default_text = R"({
   "ethernet": [
     {
       "port": "LAN1",
@@ -231,9 +229,9 @@ constexpr std::string_view ethernet_text = R"({
   ]
 }
 )";
-static_assert(ethernet_text.size() == 844);
+static_assert(ethernet_default_text.size() == 844);
 
-constexpr std::string_view power_text = R"({
+constexpr std::string_view power_default_text = R"({
   "power": {
     "power_source": "PoE",
     "measured_power_voltage_v": 11900,
@@ -241,9 +239,9 @@ constexpr std::string_view power_text = R"({
   }
 }
 )";
-static_assert(power_text.size() == 121);
+static_assert(power_default_text.size() == 121);
 
-constexpr std::string_view outputs_text = R"({
+constexpr std::string_view outputs_default_text = R"({
   "outputs": [
     {
       "port_type": "UAC",
@@ -259,14 +257,6 @@ constexpr std::string_view outputs_text = R"({
   ]
 }
 )";
-static_assert(outputs_text.size() == 247);
+static_assert(outputs_default_text.size() == 247);
 
 // clang-format on
-
-}  // namespace
-
-const std::string_view inputs_default_text = inputs_text;
-const std::string_view usb_host_default_text = usb_host_text;
-const std::string_view ethernet_default_text = ethernet_text;
-const std::string_view power_default_text = power_text;
-const std::string_view outputs_default_text = outputs_text;

@@ -1,6 +1,19 @@
 /// Access to documents that anything on the device may have damaged.
 #include "store/json_access.h"
 
+namespace {
+
+Json::Value& convertible_in(Json::Value& object, const char* name, Json::ValueType kind)
+{
+    Json::Value& member = object[name];
+    if (!member.isConvertibleTo(kind)) {
+        member = Json::Value();
+    }
+    return member;
+}
+
+}  // namespace
+
 bool holds_members(const Json::Value& value)
 {
     return value.isObject() || value.isNull();
@@ -24,14 +37,19 @@ Json::Value& array_in(Json::Value& parent, const char* name)
     return member;
 }
 
-bool flag_of(const Json::Value& value)
+Json::Value& flag_in(Json::Value& object, const char* name)
 {
-    return value.isConvertibleTo(Json::booleanValue) && value.asBool();
+    return convertible_in(object, name, Json::booleanValue);
 }
 
-int number_of(const Json::Value& value)
+Json::Value& number_in(Json::Value& object, const char* name)
 {
-    return value.isConvertibleTo(Json::intValue) ? value.asInt() : 0;
+    return convertible_in(object, name, Json::intValue);
+}
+
+Json::Value& text_in(Json::Value& object, const char* name)
+{
+    return convertible_in(object, name, Json::stringValue);
 }
 
 bool has_text(const Json::Value& value, std::string_view text)
@@ -46,8 +64,8 @@ bool has_text(const Json::Value& value, std::string_view text)
 
 bool set_flag(Json::Value& object, const char* name, bool flag)
 {
-    Json::Value& member = object[name];
-    if (flag_of(member) == flag) {
+    Json::Value& member = flag_in(object, name);
+    if (member.asBool() == flag) {
         return false;
     }
     member = flag;
@@ -56,7 +74,7 @@ bool set_flag(Json::Value& object, const char* name, bool flag)
 
 bool set_text(Json::Value& object, const char* name, const char* text)
 {
-    Json::Value& member = object[name];
+    Json::Value& member = text_in(object, name);
     if (has_text(member, text)) {
         return false;
     }

@@ -1,6 +1,7 @@
 /// Access to documents that anything on the device may have damaged. The library's own access
 /// raises an exception on a value of another kind than expected; here such a value counts as
-/// absent. What is absent is created as null by a mere look, as the library does it.
+/// absent. What is absent is created as null by a mere look, as the library does it, so that what
+/// is of another kind becomes null.
 ///
 /// Every `parent` and `object` is an object or null. No locks, any thread.
 #pragma once
@@ -18,17 +19,19 @@ Json::Value& object_in(Json::Value& parent, const char* name);
 /// The member `name` of `parent`: an array, empty where there was none.
 Json::Value& array_in(Json::Value& parent, const char* name);
 
-/// The value as the library converts it, or false where it doesn't.
-bool flag_of(const Json::Value& value);
-
-/// The value as the library converts it, or 0 where it doesn't.
-int number_of(const Json::Value& value);
+/// The member `name` of `object`: a value that the library converts to a flag, to a number and to
+/// a text, in this order. Null, which is converted to false, 0 and the empty text, where there was
+/// none.
+Json::Value& flag_in(Json::Value& object, const char* name);
+Json::Value& number_in(Json::Value& object, const char* name);
+Json::Value& text_in(Json::Value& object, const char* name);
 
 /// Whether the value, as the library converts it, is this text. What it doesn't convert, and
 /// null, is the empty text.
 bool has_text(const Json::Value& value, std::string_view text);
 
-/// Sets the member `name` of `object` where it differs; true where it did.
+/// Sets the member `name` of `object` where it differs; true where it did. One that is absent
+/// and equals what it is converted to stays null.
 bool set_flag(Json::Value& object, const char* name, bool flag);
 bool set_text(Json::Value& object, const char* name, const char* text);
 

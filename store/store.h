@@ -1,4 +1,4 @@
-/// The five status documents: their default texts, the cycle that changes one, and the events
+/// The five status documents: how they are seeded, the cycle that changes one, and the events
 /// that announce a change. The documents are the store: between two messages no copy of one
 /// lives in memory.
 #pragma once
@@ -25,16 +25,16 @@ void seed_outputs_document();
 // --- read_document.cpp ---
 
 /// The parsed document: an object, or null where it is missing, unreadable, not valid JSON or
-/// of another kind. Under `document_mutex`.
+/// of another kind. In the service under `document_mutex`.
 Json::Value read_document(const char* path);
 
 // --- write_json_to_file.cpp ---
 
 /// Rewrites the document at `path` in place and announces it: the event of `inputs.json` comes
 /// three seconds after its last write, the events of `usb-host.json`, `ethernet.json` and
-/// `power.json` go out at once, and `outputs.json` has none. `root` was made by
-/// `read_document`. A failure is reported on standard error and not to the caller. Under
-/// `document_mutex`; takes the lock of the timer or of the event sender.
+/// `power.json` go out at once, and `outputs.json` has none. `root` is an object or
+/// null, as `read_document` gives it. A failure is reported on standard error and not to the
+/// caller. Under `document_mutex`; takes the lock of the timer or of the event sender.
 void write_json_to_file(const char* path, const Json::Value& root);
 
 // --- update_events.cpp ---

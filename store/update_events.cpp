@@ -12,13 +12,13 @@
 #include <ctime>
 #include <mutex>
 
+#include "store/event_names.h"
 #include "store/store.h"
 
 namespace {
 
 constexpr std::uint32_t event_payload_size = 1024;
 constexpr std::uint32_t event_message_size = NLMSG_HDRLEN + event_payload_size;
-constexpr std::uint32_t event_multicast_group = 1;
 
 // The own netlink port is the process id, and only one socket can be bound to it: the lock keeps
 // the timer's thread and the dispatch thread from taking the port from one another.
@@ -29,7 +29,7 @@ timer_t update_timer_id = nullptr;  // null until the first write; under `update
 
 void input_update_timer_expired(sigval /*value*/)
 {
-    send_update_event(-1, "e_input_json_update");
+    send_update_event(-1, inputs_update_event);
 }
 
 bool bind_own_address(int descriptor)
@@ -77,7 +77,7 @@ void send_update_event(std::int32_t destination, const char* name)
     sched_yield();
     address.nl_family = AF_NETLINK;
     address.nl_pid = static_cast<std::uint32_t>(destination);
-    address.nl_groups = event_multicast_group;
+    address.nl_groups = update_event_group;
 
     auto* message = static_cast<nlmsghdr*>(std::malloc(event_message_size));
     if (message == nullptr) {

@@ -8,20 +8,32 @@
 #include <string>
 
 #include "core/paths.h"
+#include "store/event_names.h"
 #include "store/store.h"
 
 namespace {
+
+/// The documents whose every write is announced at once.
+constexpr struct {
+    const char* path;
+    const char* event;
+} direct_events[] = {
+    {usb_host_document_path, usb_host_update_event},
+    {ethernet_document_path, ethernet_update_event},
+    {power_document_path, power_update_event},
+};
 
 void announce(const char* path)
 {
     if (std::strcmp(path, inputs_document_path) == 0) {
         arm_input_update_timer();
-    } else if (std::strcmp(path, usb_host_document_path) == 0) {
-        send_update_event(-1, "e_usb_host_json_update");
-    } else if (std::strcmp(path, ethernet_document_path) == 0) {
-        send_update_event(-1, "e_ethernet_json_update");
-    } else if (std::strcmp(path, power_document_path) == 0) {
-        send_update_event(-1, "e_power_json_update");
+        return;
+    }
+    for (const auto& row : direct_events) {
+        if (std::strcmp(path, row.path) == 0) {
+            send_update_event(-1, row.event);
+            return;
+        }
     }
 }
 

@@ -13,7 +13,7 @@ namespace {
 constexpr int poe_voltage_mv = 11900;
 constexpr int adapter_voltage_mv = 24000;
 
-// The last current that was reported. Dispatch thread only. A first report of -1 is lost.
+// The last current that was reported. Dispatch thread only.
 int last_power_v_value = -1;
 
 /// `power` of the document, empty where there was none. Null is left alone: it is there.

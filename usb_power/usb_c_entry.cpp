@@ -1,15 +1,14 @@
-/// The entry of a USB-C port as it stands without a partner.
+/// The entries of `usb_c` in `usb-host.json`: how one is found, and how it is emptied.
 #include "usb_power/usb_c_entry.h"
 #include "core/paths.h"
 #include "store/json_access.h"
 #include "store/store.h"
-#include "usb_power/usb_power.h"
 
 namespace {
 
 bool is_charging_enabled(Json::Value& entry)
 {
-    return flag_of(object_in(object_in(entry, "charging"), "control")["charging_enabled"]);
+    return flag_in(object_in(object_in(entry, "charging"), "control"), "charging_enabled").asBool();
 }
 
 Json::Value empty_usb_c_entry(bool charging_enabled)
@@ -39,14 +38,14 @@ Json::Value empty_usb_c_entry(bool charging_enabled)
 Json::Value* find_usb_c_entry(Json::Value& entries, int index)
 {
     for (Json::Value& entry : entries) {
-        if (holds_members(entry) && number_of(entry["index"]) == index) {
+        if (holds_members(entry) && number_in(entry, "index").asInt() == index) {
             return &entry;
         }
     }
     return nullptr;
 }
 
-void reset_usb_c_partner()
+void reset_usb_c_entry()
 {
     Json::Value root = read_document(usb_host_document_path);
     if (Json::Value* entry = find_usb_c_entry(array_in(root, "usb_c"), usb_c_input_index)) {

@@ -1,4 +1,4 @@
-/// How the entries of `usb_c` in `usb-host.json` are found by what they say of themselves.
+/// The entries of `usb_c` in `usb-host.json`, found by what they say of themselves.
 #pragma once
 
 #include <json/value.h>
@@ -11,3 +11,7 @@ constexpr int usb_host_in2_index = 2;
 /// The first entry with this `index`; null where there is none. An entry without the member is
 /// passed over and gets it as null. Under `document_mutex`.
 Json::Value* find_usb_c_entry(Json::Value& entries, int index);
+
+/// Takes the entry of the USB-C input back to its empty values, as its partner has gone; whether
+/// charging is enabled stays. Rewrites the document in every case. Under `document_mutex`.
+void reset_usb_c_entry();

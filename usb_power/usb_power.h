@@ -1,7 +1,6 @@
 /// The USB-C port and its partner, the USB host inputs and the power source, published in
 /// `usb-host.json` and `power.json`. All of it runs on the dispatch thread and, but for
-/// `manufacturer_text` and `reset_usb_c_partner`, takes `document_mutex`; nothing is reported to
-/// the caller.
+/// `manufacturer_text`, takes `document_mutex`; nothing is reported to the caller.
 #pragma once
 
 #include "core/messages.h"
@@ -15,15 +14,9 @@ struct ManufacturerText {
 ManufacturerText manufacturer_text(const TypeC_Info& record);
 
 /// Publishes the partner of the USB-C port, its DisplayPort alternate mode and its charging, in
-/// mV and mA as received. Every record ends in a write.
+/// mV and mA as received. Every record ends in a write, also one that repeats the last, unless
+/// both figures are above 2^31 - 1 and nothing else differs.
 void update_usb_c_port(const TypeC_Info* record);
-
-// --- usb_c_entry.cpp ---
-
-/// Takes the entry of the USB-C input (`index` 1) back to its empty values, as its partner has
-/// gone; whether charging is enabled stays. Rewrites the document in every case. Under
-/// `document_mutex`.
-void reset_usb_c_partner();
 
 // --- charging_control.cpp ---
 
@@ -46,5 +39,5 @@ void update_usb_host_in2_plug();
 void update_power_source();
 
 /// Publishes a current as it was reported, in the sender's unit. A number that repeats the last
-/// is ignored.
+/// is ignored, and so is a first report of -1.
 void update_power_current(int value);

@@ -5,7 +5,7 @@
 #include "core/shared_state.h"
 #include "store/json_access.h"
 #include "store/store.h"
-#include "usb_power/usb_power.h"
+#include "usb_power/usb_c_entry.h"
 #include "video/video.h"
 #include "video/video_inputs.h"
 
@@ -18,14 +18,15 @@ void publish_link_up(Json::ArrayIndex position, InputCache& cache, Json::Value& 
     video["signal_type"] = is_usb_c ? "DP" : "N/A";
 }
 
-void publish_link_down(Json::ArrayIndex position, InputCache& cache, Json::Value& entry)
+void publish_link_down(Json::ArrayIndex position, InputCache& cache, Json::Value& entry,
+                       Json::Value& video)
 {
     fill_input_cache(cache);
     cache.connected = 0;
-    entry["video"]["signal_present"] = false;
+    video["signal_present"] = false;
     reset_input_entry(entry);
     if (position == usb_c_input) {
-        reset_usb_c_partner();
+        reset_usb_c_entry();
     }
 }
 
@@ -48,7 +49,7 @@ void apply_link_status(const CmdDataLinkStatus* report)
     if (is_up) {
         publish_link_up(position, cache, video);
     } else {
-        publish_link_down(position, cache, entry);
+        publish_link_down(position, cache, entry, video);
     }
     write_json_to_file(inputs_document_path, root);
 }

@@ -48,8 +48,9 @@ bool is_timing_valid(const VideoTimingFields& timing);
 /// The same for a timing that the video pipeline has reported; one that is invalid is logged.
 bool accept_reported_timing(const VideoTimingFields& timing, std::uint8_t current_play_port);
 
-/// Publishes the timing that the video driver gives for an input that has started to play.
-/// One that can't be read, or that is invalid, is logged and changes nothing.
+/// Publishes the timing that the video driver gives for an input that has started to play: port
+/// 0 HDMI, 1 USB-C. Another port, a timing that can't be read and one that is invalid are logged
+/// and change nothing.
 void refresh_current_play_timing(std::uint8_t port);
 
 // --- videoip_reader.cpp ---
@@ -70,5 +71,6 @@ void publish_timing(const VideoTimingFields& timing);
 /// Publishes the HDCP version that the signal of an input uses. Dropped while its link is down.
 void apply_hdcp_status(const CmdDataHDCPStatus* report);
 
-/// Publishes the HDCP version that an input allows, whether it has a link or not.
+/// Publishes the HDCP version that an input allows, whether it has a link or not: port 1 USB-C,
+/// every other HDMI; capability 0 none, 1 HDCP 1.4, every other HDCP 2.2.
 void apply_hdcp_version(int hdcp_port, int hdcp_cap);

@@ -1,5 +1,5 @@
 /// The words for the codes of the video messages. A code without a row has the word that its
-/// lookup names as fallback.
+/// lookup names as fallback; rows with the same word are there for those who list the codes.
 #pragma once
 
 #include "core/code_text.h"
