@@ -3,11 +3,11 @@
 
 #include "core/messages.h"
 #include "fuzz/device.h"
+#include "tools/statusctl/compose_datagram.h"
 #include "tools/statusctl/diff.h"
 #include "tools/statusctl/document_path.h"
 #include "tools/statusctl/events.h"
 #include "tools/statusctl/input_error.h"
-#include "tools/statusctl/message_text.h"
 #include "tools/statusctl/printable.h"
 #include "tools/statusctl/safe_read.h"
 #include "tools/statusctl/scenario.h"

@@ -2,8 +2,8 @@
 
 #include <charconv>
 
+#include "tools/statusctl/compose_datagram.h"
 #include "tools/statusctl/input_error.h"
-#include "tools/statusctl/message_text.h"
 #include "tools/statusctl/printable.h"
 
 namespace statusctl {

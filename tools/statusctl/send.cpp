@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "core/paths.h"
+#include "tools/statusctl/compose_datagram.h"
 #include "tools/statusctl/input_error.h"
-#include "tools/statusctl/message_text.h"
 #include "tools/statusctl/message_types.h"
 #include "tools/statusctl/printable.h"
 #include "tools/statusctl/scenario.h"

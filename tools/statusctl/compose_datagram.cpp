@@ -1,4 +1,4 @@
-#include "tools/statusctl/message_text.h"
+#include "tools/statusctl/compose_datagram.h"
 
 #include <charconv>
 #include <cstdint>
