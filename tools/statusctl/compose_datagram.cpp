@@ -1,5 +1,6 @@
 #include "tools/statusctl/compose_datagram.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
@@ -7,7 +8,6 @@
 #include <optional>
 #include <set>
 
-#include "core/core.h"
 #include "core/messages.h"
 #include "tools/statusctl/input_error.h"
 #include "tools/statusctl/message_types.h"
@@ -17,17 +17,13 @@ namespace statusctl {
 
 namespace {
 
-/// Bytes that a text may have: what the service takes of a datagram, less the header.
-constexpr std::size_t longest_text = message_slot_size - 1 - sizeof(MessageHeader);
-
-std::optional<std::int64_t> code_of_word(const Words& words, std::string_view text)
+/// The row of a word; null where it is none.
+const CodeText* row_of_word(const Words& words, std::string_view text)
 {
-    for (const CodeText& row : words) {
-        if (same_but_for_case(row.text, text)) {
-            return row.code;
-        }
-    }
-    return std::nullopt;
+    const auto* const row = std::find_if(
+        words.begin(), words.end(),
+        [text](const CodeText& candidate) { return same_but_for_case(candidate.text, text); });
+    return row == words.end() ? nullptr : row;
 }
 
 std::optional<std::int64_t> number_in(std::string_view text)
@@ -57,18 +53,33 @@ bool fits(const MessageField& field, std::int64_t number)
     return number >= 0 && number < std::int64_t{1} << bits;
 }
 
+/// What a field takes beside its words.
+std::string what_fits(const MessageField& field)
+{
+    const std::string bits = std::to_string(8 * field.width) + " bits";
+    switch (field.kind) {
+        case FieldKind::unsigned_number:
+            return "a number of " + bits;
+        case FieldKind::signed_number:
+            return "a signed number of " + bits;
+        case FieldKind::text:
+            return "at most " + std::to_string(field.width) + " bytes of text";
+        case FieldKind::decimal_item:
+            return "a decimal number of 32 bits";
+        case FieldKind::word_item:
+            break;
+    }
+    return "nothing else";
+}
+
 [[noreturn]] void refuse(const MessageField& field, std::string_view value)
 {
     std::string line = printable(value) + " does not fit " + field.name + ", which takes ";
-    if (field.kind == FieldKind::text) {
-        throw InputError(line + "at most " + std::to_string(field.width) + " bytes of text");
-    }
     for (const CodeText& row : field.words) {
         line += std::string("\"") + row.text + "\", ";
     }
     line += field.words.count == 0 ? "" : "or ";
-    line += field.kind == FieldKind::signed_number ? "a signed number" : "a number";
-    throw InputError(line + " of " + std::to_string(8 * field.width) + " bits");
+    throw InputError(line + what_fits(field));
 }
 
 template <typename Number>
@@ -99,10 +110,8 @@ void put_field(char* place, const MessageField& field, std::string_view value)
         std::memcpy(place, value.data(), value.size());
         return;
     }
-    std::optional<std::int64_t> number = code_of_word(field.words, value);
-    if (!number) {
-        number = number_in(value);
-    }
+    const CodeText* const row = row_of_word(field.words, value);
+    const std::optional<std::int64_t> number = row == nullptr ? number_in(value) : row->code;
     if (!number || !fits(field, *number)) {
         refuse(field, value);
     }
@@ -132,21 +141,46 @@ std::string record_payload(const MessageKind& kind, const std::vector<std::strin
     return payload;
 }
 
+/// An item as the service reads it.
+std::string item_text(const MessageField& item, std::string_view given)
+{
+    if (const CodeText* const row = row_of_word(item.words, given)) {
+        return item.kind == FieldKind::word_item ? row->text : std::to_string(row->code);
+    }
+    std::int32_t number = 0;
+    const char* const end = given.data() + given.size();
+    const auto [stop, error] = std::from_chars(given.data(), end, number);
+    if (item.kind == FieldKind::word_item || error != std::errc() || stop != end) {
+        refuse(item, given);
+    }
+    return std::to_string(number);
+}
+
+std::string text_payload(const MessageKind& kind, const std::vector<std::string>& words)
+{
+    const std::vector<std::string> items =
+        words.size() == 2 ? split_words(words[1])
+                          : std::vector<std::string>(words.begin() + 1, words.end());
+    const auto optional = std::count_if(kind.fields.begin(), kind.fields.end(),
+                                        [](const MessageField& item) { return item.is_optional; });
+    const std::size_t most = kind.fields.count;
+    if (items.size() > most || items.size() + static_cast<std::size_t>(optional) < most) {
+        throw InputError(std::string(kind.name) + " takes " + items_of_text(kind));
+    }
+    std::string payload;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        payload += (i == 0 ? "" : " ") + item_text(kind.fields.first[i], items[i]);
+    }
+    return payload;
+}
+
 std::string payload_from_words(const MessageKind& kind, const std::vector<std::string>& words)
 {
     switch (kind.payload) {
         case PayloadKind::record:
             return record_payload(kind, words);
         case PayloadKind::text:
-            if (words.size() != 2) {
-                throw InputError(std::string(kind.name) +
-                                 " takes one text; quote it if it has blanks");
-            }
-            if (words[1].size() > longest_text) {
-                throw InputError("the text is longer than " + std::to_string(longest_text) +
-                                 " bytes");
-            }
-            return words[1];
+            return text_payload(kind, words);
         case PayloadKind::none:
             break;
     }

@@ -8,9 +8,10 @@
 namespace statusctl {
 
 /// The datagram of a message in words: the name of its type, then `FIELD=VALUE` for a record,
-/// or one text. A field that isn't named is 0. A value is a word of the field, or a number,
-/// decimal or with 0x. A text goes out as it is, without a zero byte behind it: the service
-/// ends it. Throws InputError.
+/// or a text's items, each as a word or all in one that is split like a line. A field that isn't
+/// named is 0. A value is a word of the field, or a number, decimal or with 0x; an item is a
+/// word, which stands in the text as the service knows it, or a decimal number. A text has no
+/// zero byte behind it: the service ends it. Throws InputError.
 std::string datagram_from_words(const std::vector<std::string>& words);
 
 /// The bytes that the hexadecimal digits in `text` tell, two a byte, blanks between bytes

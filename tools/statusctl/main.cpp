@@ -28,9 +28,11 @@ Action add_send(CLI::App& command)
     auto options = std::make_shared<SendOptions>();
     command.description("Send messages to the service, or list what can be sent");
     command.footer(
-        "A message is TYPE FIELD=VALUE... for a record and TYPE TEXT for a text:\n"
+        "A message is TYPE FIELD=VALUE... for a record and TYPE ITEM... for a text; numbers\n"
+        "that mean something can be given as words:\n"
         "  statusctl send link_status port=USB-C isConnect=1\n"
-        "  statusctl send ethernet_control \"4 on 1\"");
+        "  statusctl send ethernet_control 4 on 1\n"
+        "  statusctl send hdcp_version USB-C \"HDCP 1.4\"");
     // What follows the type is left as it is, whatever it starts with.
     command.prefix_command();
     auto* list = command.add_flag("--list", options->list, "Show types, fields and words");

@@ -130,13 +130,15 @@ constexpr MessageField typec_info_fields[] = {
 
 constexpr MessageField item(const char* name, Words item_words = {})
 {
-    return {name, FieldKind::text, 0, 0, item_words};
+    return {name, FieldKind::decimal_item, 0, 0, item_words};
 }
 
 constexpr MessageField power_status_items[] = {item("SOURCE", rows(power_source_texts))};
 constexpr MessageField power_v_value_items[] = {item("CURRENT")};
 constexpr MessageField ethernet_control_items[] = {
-    item("PORT"), item("on|off"), item("[SELECT]")};
+    item("PORT"),
+    {"STATE", FieldKind::word_item, 0, 0, rows(switch_texts)},
+    {"SELECT", FieldKind::decimal_item, 0, 0, {}, true}};
 constexpr MessageField charger_status_items[] = {item("ENABLED", rows(switch_texts))};
 constexpr MessageField hdcp_version_items[] = {
     item("PORT", rows(port_texts)), item("CAPABILITY", rows(allowed_hdcp_texts))};
@@ -211,11 +213,15 @@ char lower(char letter)
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-void list_words(std::ostream& lines, const Words& field_words)
+void list_words(std::ostream& lines, const MessageField& field)
 {
     const char* separator = "";
-    for (const CodeText& row : field_words) {
-        lines << separator << row.code << ' ' << row.text;
+    for (const CodeText& row : field.words) {
+        lines << separator;
+        if (field.kind != FieldKind::word_item) {
+            lines << row.code << ' ';
+        }
+        lines << row.text;
         separator = ", ";
     }
     lines << '\n';
@@ -223,18 +229,26 @@ void list_words(std::ostream& lines, const Words& field_words)
 
 std::string type_of_field(const MessageField& field)
 {
-    if (field.kind == FieldKind::text) {
-        return field.width == 0 ? "" : "text, " + std::to_string(field.width) + " bytes";
+    switch (field.kind) {
+        case FieldKind::unsigned_number:
+            return "uint" + std::to_string(8 * field.width);
+        case FieldKind::signed_number:
+            return "int" + std::to_string(8 * field.width);
+        case FieldKind::text:
+            return "text, " + std::to_string(field.width) + " bytes";
+        case FieldKind::decimal_item:
+            return "decimal";
+        case FieldKind::word_item:
+            return "word";
     }
-    return (field.kind == FieldKind::signed_number ? "int" : "uint") +
-           std::to_string(8 * field.width);
+    return "";
 }
 
 void list_field(std::ostream& lines, const MessageField& field)
 {
     lines << "    " << std::left << std::setw(24) << field.name << std::setw(16)
           << type_of_field(field);
-    list_words(lines, field.words);
+    list_words(lines, field);
 }
 
 }  // namespace
@@ -265,13 +279,23 @@ const MessageField* find_field(const MessageKind& kind, std::string_view name)
     return field == kind.fields.end() ? nullptr : field;
 }
 
+std::string items_of_text(const MessageKind& kind)
+{
+    std::string line;
+    for (const MessageField& item : kind.fields) {
+        line += line.empty() ? "" : " ";
+        line += item.is_optional ? "[" + std::string(item.name) + "]" : item.name;
+    }
+    return line;
+}
+
 std::string list_of_messages()
 {
     std::ostringstream lines;
     for (const MessageKind& kind : message_kinds) {
         lines << kind.name << " (" << kind.type << ')';
         if (kind.payload == PayloadKind::text) {
-            lines << ", a text of";
+            lines << ", a text: " << items_of_text(kind);
         } else if (kind.payload == PayloadKind::none) {
             lines << ", without payload";
         }

@@ -24,7 +24,13 @@ struct Rows {
 /// The words that can stand for the codes of a field.
 using Words = Rows<CodeText>;
 
-enum class FieldKind { unsigned_number, signed_number, text };
+enum class FieldKind {
+    unsigned_number,
+    signed_number,
+    text,
+    decimal_item,  // of a text message: a number, for which its words can stand
+    word_item,     // of a text message: one of its words, sent as that word
+};
 
 struct MessageField {
     const char* name;
@@ -32,6 +38,7 @@ struct MessageField {
     std::size_t offset;  // bytes from the start of the payload
     std::size_t width;   // bytes; 0 for an item of a text message, which has no fixed place
     Words words;
+    bool is_optional = false;  // may be left out: the last items of a text message
 };
 
 enum class PayloadKind { record, text, none };
@@ -50,6 +57,9 @@ const MessageKind* find_message_kind(std::string_view name);
 
 /// The field with exactly this name; null where the message has none.
 const MessageField* find_field(const MessageKind& kind, std::string_view name);
+
+/// The names of a text message's items as its sender writes them, the optional ones in brackets.
+std::string items_of_text(const MessageKind& kind);
 
 /// All types, with their fields, widths and words, in lines to read.
 std::string list_of_messages();
