@@ -340,6 +340,9 @@ TEST_F(Statusctl, WatchIsReadableAndEndsByItself)
     EXPECT_EQ(Tool({"watch", "--changes-only", "--for", "0.01"}).wait(), 0);
     EXPECT_EQ(output(), "");
     stop();
+    write_document("power.json", R"({"a":"b\" -> \"\\"})");
+    EXPECT_EQ(Tool({"watch", "power", "--for", "0.01"}).wait(), 0);
+    EXPECT_NE(output().find(R"( "b\" -> \"\\")"), std::string::npos) << output();
     std::filesystem::remove_all(status_directory);
     expect_result({"watch"}, 1,
                   "statusctl: can't watch /var/run/status: No such file or directory\n");
@@ -370,10 +373,10 @@ TEST_F(Statusctl, GetPrintsDocumentsAndMembers)
     // NOLINTNEXTLINE(misc-misleading-bidirectional): to see it escaped
     write_document("power.json",
                    "[\"\x1B[2J \\u0000 \xC2\x9B \xE2\x80\xAE \xFF \xC0\xAF \xED\xA0\x80 "
-                   "\xC3\xA9 \xF0\x9F\x98\x80 \x7F\"]");
+                   "\xC3\xA9 \xF0\x9F\x98\x80 \x7F \xF3\xA0\x80\x81\"]");
     expect_result({"get", "power", "[0]"}, 0,
                   "\\u001b[2J \\u0000 \\u009b \\u202e \\xff \\xc0\\xaf \\xed\\xa0\\x80 "
-                  "\xC3\xA9 \xF0\x9F\x98\x80 \\u007f\n");
+                  "\xC3\xA9 \xF0\x9F\x98\x80 \\u007f \\U000e0001\n");
     write_document("power.json", "[\"\x7F\xC3\xA9\"]");
     expect_result({"get", "power", "0", "--json"}, 0, "\"\\u007f\\u00e9\"\n");
     write_document("power.json", "{}{}");

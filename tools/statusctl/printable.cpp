@@ -102,6 +102,16 @@ std::string json_text(const Json::Value& value, const char* indentation, int dig
     return result;
 }
 
+std::string quoted(std::string_view text)
+{
+    std::string result;
+    for (const char letter : text) {
+        result += letter == '"' || letter == '\\' ? "\\" : "";
+        result += letter;
+    }
+    return '"' + printable(result) + '"';
+}
+
 std::string time_text(const std::tm& parts, const char* format,
                       std::chrono::system_clock::time_point time)
 {
@@ -149,7 +159,8 @@ std::string printable(std::string_view text)
         if (decoded.size == 0) {
             result += formatted("\\x%02x", static_cast<unsigned char>(text.front()));
         } else if (is_hidden(decoded.code_point)) {
-            result += formatted("\\u%04x", decoded.code_point);
+            result +=
+                formatted(decoded.code_point > 0xFFFF ? "\\U%08x" : "\\u%04x", decoded.code_point);
         } else {
             result += text.substr(0, size);
         }
@@ -170,8 +181,7 @@ std::string json_lines(const Json::Value& value)
 
 std::string printable_value(const Json::Value& value)
 {
-    return value.isString() ? '"' + printable(value.asString()) + '"'
-                            : json_text(value, "", readable_digits);
+    return value.isString() ? quoted(value.asString()) : json_text(value, "", readable_digits);
 }
 
 std::string clock_text(std::chrono::system_clock::time_point time)

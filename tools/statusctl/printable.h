@@ -11,14 +11,15 @@ namespace statusctl {
 
 /// `text` with everything escaped that could act on a terminal or mislead its reader: control
 /// characters and those that are invisible or turn the writing direction as \u and four
-/// digits, bytes that are no UTF-8 as \x and two.
+/// digits, or above FFFF as \U and eight, bytes that are no UTF-8 as \x and two.
 std::string printable(std::string_view text);
 
 /// The value as JSON in printable ASCII: on one line, or indented over several.
 std::string json_line(const Json::Value& value);
 std::string json_lines(const Json::Value& value);
 
-/// The value for people: text in quotes with its letters as they are, all else as JSON.
+/// The value for people: text in quotes with its letters as they are, but for its own quotes
+/// and backslashes, which follow a backslash; all else as JSON.
 std::string printable_value(const Json::Value& value);
 
 /// The time of day, such as 09:05:07.123, in the local zone.
