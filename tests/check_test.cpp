@@ -18,10 +18,10 @@ namespace fs = std::filesystem;
 class Check : public ServiceTest {
 protected:
     /// Runs the tool; its output and its status are then in `output` and `status`.
-    void check(const std::string& option = "")
+    void check(const std::string& option = "", const std::string& prefix = "")
     {
         const fs::path tool = fs::read_symlink("/proc/self/exe").replace_filename("statusctl");
-        const std::string command = tool.string() + " check " + option + " >/tmp/out";
+        const std::string command = prefix + tool.string() + " check " + option + " >/tmp/out";
         status = WEXITSTATUS(std::system(command.c_str()));  // NOLINT(cert-env33-c): known words
         output = "\n" + read_file("/tmp/out");
     }
@@ -107,6 +107,18 @@ TEST_F(Check, RepairRemovesWhatDoesNotParseBeforeAStart)
     EXPECT_FALSE(fs::exists(path_of("outputs.json")));
     EXPECT_EQ(text_of("ethernet.json"), R"({"ethernet": 7})");
     EXPECT_TRUE(fs::exists(path_of("power.json")));
+}
+
+TEST_F(Check, RepairSparesWhatAServiceWritesThatItDoesNotSee)
+{
+    const std::string without_proc = "unshare -m sh -c 'mount -t tmpfs none /proc && \"$@\"' - ";
+    const int writer = open(path_of("inputs.json").c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    check("--repair", without_proc);
+    EXPECT_EQ(output, "\nkept /var/run/status/inputs.json: being written\n");
+    EXPECT_TRUE(fs::exists(path_of("inputs.json")));
+    close(writer);
+    check("--repair", without_proc);
+    EXPECT_EQ(output, "\nremoved /var/run/status/inputs.json: empty\n");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "tools/statusctl/check.h"
 
+#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <iostream>
@@ -253,32 +255,51 @@ void check_service()
 
 // --- repair ---
 
-/// Without a service, nothing that is wrong with a document passes.
+/// Nothing is waited for: who writes is told by the lease.
 constexpr std::chrono::milliseconds at_once(0);
 
-/// A document that the service itself can still read is not beyond repair.
-bool is_beyond_repair(const StatusDocument& document, const DocumentRead& result)
-{
-    return (result.state == ReadState::empty || result.state == ReadState::damaged) &&
-           read_document(document.path).isNull();
-}
-
-void repair_document(const StatusDocument& document)
+/// Why a document is beyond repair; empty where the service itself can still read it.
+std::string damage(const StatusDocument& document)
 {
     const DocumentRead result = read_document_safely(document.path, at_once);
-    if (!is_beyond_repair(document, result)) {
+    const bool is_bad = result.state == ReadState::empty || result.state == ReadState::damaged;
+    return is_bad && read_document(document.path).isNull() ? printable(result.reason) : "";
+}
+
+/// The document can't be open to write, and whoever opens it so waits meanwhile.
+void repair_under_lease(const StatusDocument& document)
+{
+    const std::string reason = damage(document);
+    if (reason.empty()) {
         return;
     }
     if (unlink(document.path) == 0) {
-        std::cout << "removed " << document.path << ": " << printable(result.reason) << '\n';
+        std::cout << "removed " << document.path << ": " << reason << '\n';
     } else {
         std::cout << "can't remove " << document.path << ": " << std::strerror(errno) << '\n';
     }
 }
 
+/// Not every service that runs can be seen. What one is about to fill it has open, and then no
+/// lease on it is given.
+void repair_document(const StatusDocument& document)
+{
+    if (damage(document).empty()) {
+        return;
+    }
+    const int descriptor = open(document.path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fcntl(descriptor, F_SETLEASE, F_RDLCK) == 0) {
+        repair_under_lease(document);
+    } else {
+        std::cout << "kept " << document.path << ": "
+                  << (errno == EAGAIN ? "being written" : std::strerror(errno)) << '\n';
+    }
+    close(descriptor);
+}
+
 void repair()
 {
-    // A running service may be about to fill what looks empty.
+    std::signal(SIGIO, SIG_IGN);  // by which the kernel tells that somebody waits for a lease
     if (!processes_named(service_name).empty()) {
         std::cout << "the service is running: nothing is removed\n";
         return;

@@ -42,9 +42,10 @@ std::string process_name(pid_t pid)
 std::vector<pid_t> all_processes()
 {
     std::vector<pid_t> pids;
-    std::error_code ignored;
-    for (const fs::directory_entry& entry : fs::directory_iterator("/proc", ignored)) {
-        const std::string name = entry.path().filename();
+    std::error_code error;
+    fs::directory_iterator entry("/proc", error);
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        const std::string name = entry->path().filename();
         if (name.find_first_not_of("0123456789") == std::string::npos) {
             pids.push_back(std::stoi(name));
         }
