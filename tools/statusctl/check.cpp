@@ -15,15 +15,12 @@
 #include <cstring>
 #include <ctime>
 #include <iostream>
-#include <iterator>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "core/paths.h"
-#include "store/default_texts.h"
 #include "store/store.h"
 #include "tools/statusctl/documents.h"
 #include "tools/statusctl/printable.h"
@@ -127,15 +124,6 @@ bool check_locks(const StatusDocument& document)
 
 // --- documents ---
 
-std::string_view default_text(const StatusDocument& document)
-{
-    const std::string_view texts[] = {inputs_default_text, usb_host_default_text,
-                                      ethernet_default_text, power_default_text,
-                                      outputs_default_text};
-    static_assert(std::size(texts) == std::size(status_documents));
-    return texts[&document - status_documents];
-}
-
 /// How long ago the document was written, in the largest unit that fits.
 std::string age_text(const StatusDocument& document)
 {
@@ -165,7 +153,7 @@ void check_good_document(const StatusDocument& document, const DocumentRead& res
                     "service again");
     }
     if (findings.empty()) {
-        const bool is_seed = result.text == default_text(document);
+        const bool is_seed = result.text == *document.default_text;
         say_well(file_name(document), "valid, " + age_text(document) +
                                           (is_seed ? ", as seeded: nothing reported yet" : ""));
     }

@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
 #include <iostream>
 #include <optional>
@@ -16,11 +15,11 @@
 #include <string>
 #include <system_error>
 
+#include "store/event_names.h"
+
 namespace statusctl {
 
 namespace {
-
-constexpr std::uint32_t event_multicast_group = 1;
 
 /// Larger than any event; the rest of a longer message is cut off.
 constexpr std::size_t message_buffer_size = 2048;
@@ -35,7 +34,7 @@ int open_event_socket()
     const int on = 1;
     sockaddr_nl own = {};
     own.nl_family = AF_NETLINK;
-    own.nl_groups = event_multicast_group;
+    own.nl_groups = update_event_group;
     if (setsockopt(descriptor, SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0 ||
         bind(descriptor, reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0) {
         const int error = errno;
