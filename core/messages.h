@@ -27,10 +27,12 @@ enum MessageType {
     MSG_TYPE_TYPEC_INFO = 7,           /* TypeC_Info */
     MSG_TYPE_POWER_STATUS = 8,         /* text "SOURCE": 0 PoE, 1 adapter */
     MSG_TYPE_POWER_V_VALUE = 9,        /* text "CURRENT", published as it is */
-    MSG_TYPE_ETHERNET_CONTROL = 10,    /* text "PORT on|off [SELECT]", PORT 1 to 4 */
+    MSG_TYPE_ETHERNET_CONTROL = 10,    /* text "PORT on|off [SELECT]", PORT 1 to 4; with port 4
+                                          SELECT says what LAN4 hangs on: 0, also where it is left
+                                          out, USB host input IN2; 1 the USB-C input */
     MSG_TYPE_CHARGER_STATUS = 11,      /* text "ENABLED": 1 enabled */
     MSG_TYPE_HDCP_VERSION = 12,        /* text "PORT CAPABILITY": 0 off, 1 HDCP 1.4, else 2.2 */
-    MSG_TYPE_UAC_CONTROL = 14,         /* text "PORT ENABLED PLUGGED" */
+    MSG_TYPE_UAC_CONTROL = 14,         /* text "PORT ENABLED PLUGGED": 1 enabled, not 0 plugged */
     MSG_TYPE_USB_HOST_IN2 = 15,        /* text "PLUGGED": 1 plugged in */
     MSG_TYPE_USB_HOST_IN1 = 16,        /* text "PLUGGED": 1 plugged in */
     MSG_TYPE_HDMI_VIDEO_MODE = 17,     /* CmdDataHdmiVideoMode */
@@ -44,20 +46,25 @@ typedef struct __attribute__((packed)) MessageHeader {
 } MessageHeader;
 static_assert(sizeof(MessageHeader) == 8, "wire size");
 
-/** The signal on a video input. `port` here and below: 1 USB-C, every other value HDMI. */
+/*
+ * `port` of a record: 1 is the USB-C input and every other value the HDMI input, but for
+ * CmdDataHdmiVideoMode. Fields marked "logged only" reach the service's log and nothing else.
+ */
+
+/** The signal on a video input. Its resolution comes with its timing, not from here. */
 typedef struct __attribute__((packed)) CmdDataVideoStatus {
     uint8_t port;
     uint8_t isStable; /* not 0: a stable signal is present */
-    uint8_t isMute;
+    uint8_t isMute;   /* logged only */
     uint8_t reserved_1;
-    uint16_t hactive; /* pixels */
-    uint16_t vactive; /* lines */
-    uint8_t frameRate;
-    uint8_t colorspace;
-    uint8_t deepcolor;
-    uint8_t aspectRatio;
-    uint8_t interlaced;
-    uint8_t color_range;
+    uint16_t hactive;    /* pixels; logged only */
+    uint16_t vactive;    /* lines; logged only */
+    uint8_t frameRate;   /* logged only */
+    uint8_t colorspace;  /* 0 RGB, 1 YCbCr 4:2:2, 2 YCbCr 4:4:4, 3 YCbCr 4:2:0 */
+    uint8_t deepcolor;   /* bits per colour: 0 8, 1 10, 2 12 */
+    uint8_t aspectRatio; /* logged only */
+    uint8_t interlaced;  /* logged only */
+    uint8_t color_range; /* 0 default, 1 limited, 2 full */
     uint8_t reserved_2[2];
 } CmdDataVideoStatus;
 static_assert(sizeof(CmdDataVideoStatus) == 16, "wire size");
@@ -68,14 +75,14 @@ static_assert(offsetof(CmdDataVideoStatus, color_range) == 13, "wire offset");
 /** The audio on a video input. */
 typedef struct __attribute__((packed)) CmdDataAudioStatus {
     uint8_t port;
-    uint8_t fromPort;
-    uint8_t isStable; /* not 0: audio is present */
-    uint8_t isMute;
-    uint8_t audioCoding; /* 0 LPCM */
-    uint8_t sampleFreq;
-    uint8_t sampleDepth;
+    uint8_t fromPort;    /* logged only */
+    uint8_t isStable;    /* not 0: audio is present */
+    uint8_t isMute;      /* logged only */
+    uint8_t audioCoding; /* 0 LPCM, every other value another coding */
+    uint8_t sampleFreq;  /* kHz: 0 32, 1 44.1, 2 48, 3 88.2, 4 96, 5 176.4, 6 192, 7 768 */
+    uint8_t sampleDepth; /* logged only */
     uint8_t channels;
-    uint8_t audType;
+    uint8_t audType; /* logged only */
     uint8_t reserved[3];
 } CmdDataAudioStatus;
 static_assert(sizeof(CmdDataAudioStatus) == 12, "wire size");
@@ -86,7 +93,7 @@ static_assert(offsetof(CmdDataAudioStatus, audType) == 8, "wire offset");
 typedef struct __attribute__((packed)) CmdDataLinkStatus {
     uint8_t port;
     uint8_t isConnect; /* 1 connected, every other value not connected */
-    uint8_t isHpd;
+    uint8_t isHpd;     /* logged only */
     uint8_t reserved;
 } CmdDataLinkStatus;
 static_assert(sizeof(CmdDataLinkStatus) == 4, "wire size");
@@ -95,8 +102,8 @@ static_assert(offsetof(CmdDataLinkStatus, isHpd) == 2, "wire offset");
 /** The HDCP version that the signal of a video input uses. */
 typedef struct __attribute__((packed)) CmdDataHDCPStatus {
     uint8_t port;
-    uint8_t isEncrypted;
-    uint8_t status; /* 1 HDCP 1.4, 2 HDCP 2.2, every other value none */
+    uint8_t isEncrypted; /* logged only */
+    uint8_t status;      /* 1 HDCP 1.4, 2 HDCP 2.2, every other value none */
     uint8_t reserved;
 } CmdDataHDCPStatus;
 static_assert(sizeof(CmdDataHDCPStatus) == 4, "wire size");
@@ -149,22 +156,22 @@ static_assert(offsetof(CmdDataVideoTiming, current_play_port) == 36, "wire offse
 /** The USB-C port and its partner. */
 typedef struct __attribute__((packed)) TypeC_Info {
     uint8_t ChargingState; /* 0 inactive, 1 charging */
-    uint8_t ChargingMode;
+    uint8_t ChargingMode;  /* logged only */
     uint8_t reserved_1[2];
     uint32_t Charging_mV;
     uint32_t Charging_mA;
-    uint8_t Power_Role;
-    uint8_t Data_Role;
-    uint8_t Plug_Orientation;
+    uint8_t Power_Role;            /* logged only */
+    uint8_t Data_Role;             /* logged only */
+    uint8_t Plug_Orientation;      /* logged only */
     uint8_t Remote_DpMode_Support; /* 1 the partner supports DisplayPort alternate mode */
     uint8_t DpMode_Active;         /* 1 PinAssignment is in use */
     uint8_t reserved_2;
     uint16_t PeerDeviceVID;
-    uint16_t PeerDevicePID;
+    uint16_t PeerDevicePID;        /* 0: the partner's text is not shown */
     char PeerDeviceMFT_String[22]; /* ends at its first zero byte, or at the field's end */
     int32_t PinAssignment;         /* 4 C, 8 D, 16 E */
-    uint8_t RemotePdSupport;
-    uint8_t RemotePdRevision;
+    uint8_t RemotePdSupport;       /* logged only */
+    uint8_t RemotePdRevision;      /* logged only */
     uint8_t reserved_3[2];
 } TypeC_Info;
 static_assert(sizeof(TypeC_Info) == 52, "wire size");

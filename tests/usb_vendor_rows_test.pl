@@ -41,16 +41,15 @@ sub expect_refused {
     expect($list, 'nothing', "list:$complaint\n");
 }
 
-# Both forms give the same rows, in dictionary order.
+# Both forms give the same rows, in dictionary order, and of two with one id the earlier.
 my $rows = <<'END';
 USB_VENDOR_ROW(65535, "\"A\\B\" \?\?/")
 USB_VENDOR_ROW(3, "one")
-USB_VENDOR_ROW(3, "ONE")
 USB_VENDOR_ROW(2, "O'Neil")
 USB_VENDOR_ROW(1, "Ö-nell")
 USB_VENDOR_ROW(7, "Seven")
 END
-expect("# rows\n\n3\tone\n7\tZ\n1\tÖ-nell\n3\tONE\n2\tO'Neil\n65535\t\"A\\B\" ??/", $rows, '');
+expect("# rows\n\n3\tone\n7\tZ\n1\tÖ-nell\n3\tABC\n2\tO'Neil\n65535\t\"A\\B\" ??/", $rows, '');
 expect(<<'END', $rows, '');
 # usb.ids
 0003  one
@@ -58,7 +57,7 @@ expect(<<'END', $rows, '');
 		01  interface
 0007  Z
 0001  Ö-nell
-0003  ONE
+0003  ABC
 0002  O'Neil
 ffff  "A\B" ??/
 
