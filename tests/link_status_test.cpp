@@ -29,27 +29,26 @@ TEST_F(LinkStatus, DownEmptiesTheInputAloneAndUpRestoresNothing)
 {
     const Json::Value seeded = document("inputs.json")["inputs"];
     const Json::Value full = filled(document("inputs.json"));
-    for (const int port : {0, 1, 5, 255}) {
-        SCOPED_TRACE(port);
-        const auto port_byte = static_cast<u8>(port);
+    for (const u8 port : {u8{0}, u8{1}, u8{5}}) {
+        SCOPED_TRACE(int{port});
         const Json::ArrayIndex position = port == 1 ? 1 : 0;
         replace("inputs.json", full);
-        expect_cost(link(port_byte, 1), rewritten, no_access);
+        expect_cost(link(port, 1), rewritten, no_access);
         Json::Value up = full;
         up["inputs"][position]["video"]["connected"] = true;
         up["inputs"][position]["video"]["signal_type"] = port == 1 ? "DP" : "N/A";
         EXPECT_EQ(document("inputs.json"), up);
-        expect_cost(link(port_byte, 1, 1), no_access, no_access);
+        expect_cost(link(port, 1, 1), no_access, no_access);
 
         replace("inputs.json", full);
-        expect_cost(link(port_byte, 2, 1), rewritten, port == 1 ? rewritten : no_access);
+        expect_cost(link(port, 2, 1), rewritten, port == 1 ? rewritten : no_access);
         Json::Value down = full;
         Json::Value& entry = down["inputs"][position];
         entry["audio"] = seeded[position]["audio"];
         entry["video"] = seeded[position]["video"];
         entry["video"]["hdcp"]["control"]["allowed_hdcp_version"] = "left";
         EXPECT_EQ(document("inputs.json"), down);
-        expect_cost(link(port_byte, 0), no_access, no_access);
+        expect_cost(link(port, 0), no_access, no_access);
     }
 }
 
@@ -59,9 +58,7 @@ TEST_F(LinkStatus, DownEmptiesTheFirstUsbCPortOfIndex1)
     const std::pair<const char*, bool> rows[] = {
         {R"({"control": {"charging_enabled": true}})", true},
         {R"({"control": {"charging_enabled": false}})", false},
-        {R"({"control": {}})", false},
-        {R"({})", false},
-        {R"(null)", false},
+        {"null", false},
     };
     for (const auto& [charging, charging_enabled] : rows) {
         Json::Value root = parsed(R"({"usb_c": [{"index": 2}, {"connected": true},
@@ -113,10 +110,8 @@ TEST_F(LinkStatus, RebuildsDocumentsThatAreGone)
 TEST_F(LinkStatus, GatesAllOtherReportsOfTheInput)
 {
     for (const u8 port : {u8{0}, u8{1}}) {
-        const Action audio =
-            report(MSG_TYPE_AUDIO_STATUS, CmdDataAudioStatus{port, 0, 1, 0, 0, 0, 0, 0, 0, {}});
         std::vector<Action> reports = {signal(port, 1), timing(timing_1080p60, port), hdcp(port, 2),
-                                       audio};
+                                       audio(port, 1, 0, 0, 0)};
         if (port == 0) {
             reports.push_back(mode(port, 1));
         }

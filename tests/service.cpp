@@ -76,20 +76,21 @@ public:
 
     Accesses of(const std::string& name) const
     {
-        Accesses accesses = {};
+        Accesses counts = {};
+        auto& [reads, writes] = counts;
         alignas(inotify_event) char buffer[4096];
         ssize_t size = 0;
         while ((size = read(descriptor_, buffer, sizeof buffer)) > 0) {
             for (const char* place = buffer; place < buffer + size;) {
                 const auto* event = reinterpret_cast<const inotify_event*>(place);
                 if (event->len > 0 && name == event->name) {
-                    accesses.reads += (event->mask & IN_CLOSE_NOWRITE) != 0 ? 1 : 0;
-                    accesses.writes += (event->mask & IN_CLOSE_WRITE) != 0 ? 1 : 0;
+                    reads += (event->mask & IN_CLOSE_NOWRITE) != 0 ? 1 : 0;
+                    writes += (event->mask & IN_CLOSE_WRITE) != 0 ? 1 : 0;
                 }
                 place += sizeof *event + event->len;
             }
         }
-        return accesses;
+        return counts;
     }
 
 private:
@@ -144,16 +145,6 @@ std::string unknown_message(std::uint32_t type)
 
 }  // namespace
 
-bool operator==(const Accesses& left, const Accesses& right)
-{
-    return left.reads == right.reads && left.writes == right.writes;
-}
-
-std::ostream& operator<<(std::ostream& stream, const Accesses& accesses)
-{
-    return stream << accesses.reads << " reads, " << accesses.writes << " writes";
-}
-
 int load_factor()
 {
     const char* given = std::getenv("LOAD_FACTOR");
@@ -193,6 +184,15 @@ void write_file(const std::string& path, const std::string& text)
     std::ofstream stream(path);
     stream << text << std::flush;
     EXPECT_TRUE(stream.good()) << path;
+}
+
+Json::Value parsed(const std::string& text)
+{
+    Json::Value root;
+    std::string errors;
+    std::istringstream stream(text);
+    EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), stream, &root, &errors)) << errors;
+    return root;
 }
 
 // --- the process ---
@@ -336,11 +336,14 @@ void ServiceTest::wait_logged(const std::string& message)
 std::vector<std::string> ServiceTest::logged_by(const Action& action)
 {
     settle();
-    const auto before = static_cast<std::ptrdiff_t>(log_messages().size());
+    const auto size = fs::file_size(log_path());
     action();
     settle();
-    const std::vector<std::string> after = log_messages();
-    return {after.begin() + before, after.end() - 1};  // the last one is of `settle`
+    std::vector<std::string> news = log_messages(size);
+    if (!news.empty()) {
+        news.pop_back();  // of `settle`
+    }
+    return news;
 }
 
 // --- the documents ---
@@ -358,14 +361,9 @@ void ServiceTest::write_document(const std::string& name, const std::string& tex
 
 Json::Value ServiceTest::document(const std::string& name)
 {
-    Json::Value root;
-    std::string errors;
-    std::istringstream stream(text_of(name));
-    if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &root, &errors)) {
-        ADD_FAILURE() << name << ": " << errors;
-    } else {
-        expect_schema(name, root);
-    }
+    SCOPED_TRACE(name);
+    Json::Value root = parsed(text_of(name));
+    expect_schema(name, root);
     return root;
 }
 

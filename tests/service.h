@@ -9,8 +9,8 @@
 
 #include <cstdint>
 #include <functional>
-#include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -20,13 +20,11 @@
 #include "core/paths.h"
 #include "tests/event_listener.h"
 
-/// How often a document was opened and closed again.
-struct Accesses {
-    int reads;
-    int writes;
-};
-bool operator==(const Accesses& left, const Accesses& right);
-std::ostream& operator<<(std::ostream& stream, const Accesses& accesses);
+/// How often a document was opened and closed again: to be read, and to be written.
+using Accesses = std::pair<int, int>;
+constexpr Accesses no_access = {0, 0};
+constexpr Accesses only_read = {1, 0};
+constexpr Accesses rewritten = {1, 1};
 
 using Action = std::function<void()>;
 
@@ -40,6 +38,9 @@ bool wait_until(const std::string& what, const std::function<bool()>& holds);
 std::string read_file(const std::string& path);
 /// Writes a file anew, in the folder that is there.
 void write_file(const std::string& path, const std::string& text);
+
+/// The value of a text; fails the case where it is no JSON.
+Json::Value parsed(const std::string& text);
 
 /// The executable under test: STATUS_JSON_SERVICE of the environment, or the one beside this.
 std::string service_path();

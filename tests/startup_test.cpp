@@ -39,6 +39,7 @@ protected:
     /// The service runs, says one line about the log configuration, and logs behind it.
     void expect_log_on_standard_error(const std::string& what)
     {
+        SCOPED_TRACE(what);
         start();
         send(0, 7);
         std::string text;
@@ -46,12 +47,9 @@ protected:
             text += take_standard_error();
             return text.find("Unknown message type 0 or length 7") != std::string::npos;
         });
-        const std::string first_line = text.substr(0, text.find('\n'));
-        EXPECT_EQ(first_line.find(log_configuration_path), 0U) << what << '\n' << text;
-        EXPECT_LT(text.find("Unknown message"), text.find('\n', first_line.size() + 1))
-            << what << '\n'
-            << text;
-        EXPECT_EQ(document("power.json")["power"]["power_source"], "PoE") << what;
+        EXPECT_EQ(text.find(log_configuration_path), 0U) << text;
+        EXPECT_LT(text.find("Unknown message"), text.find('\n', text.find('\n') + 1)) << text;
+        EXPECT_EQ(value_of("power.json", ".power.power_source"), "PoE");
         stop();
     }
 
@@ -78,9 +76,7 @@ TEST_F(Startup, SeedsTheDocumentsToTheByte)
     EXPECT_EQ(value_of("inputs.json", ".inputs[1].video.hdcp.control.allowed_hdcp_version"),
               "HDCP 2.2");
     EXPECT_EQ(value_of("inputs.json", ".inputs[2].control.enabled"), true);
-    EXPECT_EQ(value_of("usb-host.json", ".usb_c[1].index"), 2);
     EXPECT_EQ(value_of("ethernet.json", ".ethernet[3].type"), "USB-Ethernet");
-    EXPECT_EQ(value_of("outputs.json", ".outputs[0].audio.format"), "PCM");
     EXPECT_EQ(text_of("power.json"),
               "{\n  \"power\": {\n    \"power_source\": \"PoE\",\n"
               "    \"measured_power_voltage_v\": 11900,\n"
@@ -107,16 +103,14 @@ TEST_F(Startup, KeepsThreeDocumentsOverARestartAndResetsTwo)
 
 TEST_F(Startup, PublishesTheFirstReportOverAnEqualDocument)
 {
-    CmdDataVideoStatus report = {};
-    report.isStable = 1;
+    const auto report = [] { send_record(MSG_TYPE_LINK_STATUS, CmdDataLinkStatus{0, 0, 0, 0}); };
     start();
-    send_record(MSG_TYPE_VIDEO_STATUS, report);
+    report();
     settle();
     const std::string published = text_of("inputs.json");
     stop();
     start();
-    EXPECT_EQ(accesses_by("inputs.json", [&] { send_record(MSG_TYPE_VIDEO_STATUS, report); }),
-              (Accesses{1, 1}));
+    EXPECT_EQ(accesses_by("inputs.json", report), rewritten);
     EXPECT_EQ(text_of("inputs.json"), published);
 }
 

@@ -1,27 +1,12 @@
-/// What the suites of the video inputs share: reports to send, and a look at what they cost.
+/// What the suites share that report about the inputs: reports to send, and a look at what they
+/// cost.
 #pragma once
 
-#include <sstream>
-
-#include <json/reader.h>
-
 #include "tests/service.h"
-
-constexpr Accesses no_access = {0, 0};
-constexpr Accesses only_read = {1, 0};
-constexpr Accesses rewritten = {1, 1};
 
 constexpr VideoTimingFields timing_1080p60 = {
     0, 0, 148500000, 2200, 1920, 44, 148, 88, 67500, 1, 1125, 1080, 5, 36, 4, 60, 1,
 };
-
-inline Json::Value parsed(const std::string& text)
-{
-    Json::Value root;
-    std::istringstream stream(text);
-    stream >> root;
-    return root;
-}
 
 /// The document with a word in place of each value that is neither array nor object.
 inline Json::Value filled(Json::Value value)
@@ -48,12 +33,17 @@ protected:
     {
         return report(MSG_TYPE_LINK_STATUS, CmdDataLinkStatus{port, is_connect, is_hpd, 0});
     }
-    static Action signal(u8 port, u8 is_stable)
+    static Action signal(u8 port, u8 is_stable, u8 space = 1, u8 depth = 1, u8 range = 1)
     {
-        CmdDataVideoStatus record = {};
-        record.port = port;
-        record.isStable = is_stable;
-        return report(MSG_TYPE_VIDEO_STATUS, record);
+        return report(
+            MSG_TYPE_VIDEO_STATUS,
+            CmdDataVideoStatus{port, is_stable, 0, 0, 0, 0, 0, space, depth, 0, 0, range, {}});
+    }
+    static Action audio(u8 port, u8 is_stable, u8 coding, u8 frequency, u8 channels)
+    {
+        return report(
+            MSG_TYPE_AUDIO_STATUS,
+            CmdDataAudioStatus{port, 0, is_stable, 0, coding, frequency, 0, channels, 0, {}});
     }
     static Action mode(u8 port, u8 mode)
     {
@@ -72,6 +62,8 @@ protected:
     {
         return [type, text] { send_text(type, text); };
     }
+    static Action allow(const std::string& hdcp) { return text(MSG_TYPE_HDCP_VERSION, hdcp); }
+    static Action uac(const std::string& control) { return text(MSG_TYPE_UAC_CONTROL, control); }
 
     static void replace(const std::string& name, const Json::Value& root)
     {
@@ -89,10 +81,11 @@ protected:
     /// Checks what each step costs, and this value of `inputs.json` behind it.
     void follow(const std::string& path, const std::vector<Step>& steps)
     {
-        for (std::size_t number = 0; number < steps.size(); ++number) {
-            SCOPED_TRACE("step " + std::to_string(number));
-            EXPECT_EQ(cost_of(steps[number].action), steps[number].cost);
-            EXPECT_EQ(value_of("inputs.json", path), steps[number].value);
+        int number = 0;
+        for (const Step& step : steps) {
+            SCOPED_TRACE(path + ", step " + std::to_string(++number));
+            EXPECT_EQ(cost_of(step.action), step.cost);
+            EXPECT_EQ(value_of("inputs.json", path), step.value);
         }
     }
 };
