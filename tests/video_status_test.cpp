@@ -67,6 +67,7 @@ TEST_F(VideoStatus, RewritesTheDocumentOnlyForAChange)
         {signal(0, 1, 0x9F, 0x9F, 0x9F), rewritten, "N/A"},  // for `signal_present` alone
         {signal(0, 1, 0x9F, 0x9F, 0x9F), only_read, "N/A"},
         {signal(0, 0), rewritten, "N/A"},  // for `signal_present` alone
+        {signal(0, 1, 0, 0, 0), rewritten, "8 bpc"},
     };
     follow(member_of(0, depth), steps);
 }
