@@ -118,12 +118,12 @@ TEST_F(VideoStatus, ALostSignalEmptiesTheInputAndNothingElse)
 TEST_F(VideoStatus, RebuildsADeletedDocumentFromTheReport)
 {
     std::remove(inputs_document_path);
-    EXPECT_EQ(cost_of(signal(1, 1, 0, 0, 0)), (Accesses{0, 1}));
+    EXPECT_EQ(cost_of(signal(1, 1, 0, 1, 2)), (Accesses{0, 1}));
     EXPECT_EQ(document("inputs.json"), parsed(R"({"inputs": [{"video": null}, {"video": {
         "signal_present": true, "signal_type": "DP",
-        "color": {"color_space": "RGB", "color_depth": "8 bpc", "color_range": "DEFAULT"}}}]})"));
+        "color": {"color_space": "RGB", "color_depth": "10 bpc", "color_range": "FULL"}}}]})"));
 
     std::remove(inputs_document_path);
-    EXPECT_EQ(cost_of(signal(1, 1, 0, 0, 0)), no_access);  // no change: no document
+    EXPECT_EQ(cost_of(signal(1, 1, 0, 1, 2)), no_access);  // no change: no document
     EXPECT_EQ(text_of("inputs.json"), "");
 }
