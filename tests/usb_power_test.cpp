@@ -55,6 +55,7 @@ TEST_F(UsbPower, NamesThePartner)
 
     const std::tuple<TypeC_Info, const char*, const char*, const char*, const char*> rows[] = {
         {partner(0, 0, "ignored"), "0000", "USB Implementers Forum", "0000", "Not Supported"},
+        {partner(0, 9, "Hub"), "0000", "USB Implementers Forum", "0009", "Hub"},
         {partner(0x17CC, 0xBEEF, "Laptop"), "17CC", "Native Instruments GmbH", "BEEF", "Laptop"},
         {partner(0x0586, 1), "0586", "ZyXEL Communications Corp", "0001", ""},
         {unterminated, "FFFF", "Unknown", "0001", width.c_str()},
