@@ -11,9 +11,6 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-constexpr const char* document_names[] = {"inputs.json", "usb-host.json", "ethernet.json",
-                                          "power.json", "outputs.json"};
-
 std::string failing(const std::string& call, int error, int when)
 {
     return "-e inject=" + call + ":error=" + std::to_string(error) +
@@ -23,15 +20,6 @@ std::string failing(const std::string& call, int error, int when)
 class Faults : public TracedServiceTest {
 protected:
     void allow_hdcp(const char* version) { send_text(MSG_TYPE_HDCP_VERSION, version); }
-
-    static Texts texts_of_others(const std::string& changed)
-    {
-        Texts texts;
-        for (const char* name : document_names) {
-            texts.push_back(name == changed ? "" : text_of(name));
-        }
-        return texts;
-    }
 };
 
 enum class Left { old, empty, rebuilt, changed };
@@ -79,8 +67,7 @@ TEST_F(Faults, OfACycleAreToldAndTheNextChangeIsPublished)
             send_text(MSG_TYPE_POWER_STATUS, "1");
             settle();
             events.take_names();
-            const std::string before = text_of("power.json");
-            const Texts others = texts_of_others("power.json");
+            std::map<std::string, std::string> others = texts();
             const std::string path = fault.on_document ? only_on(power_document_path) : "";
             under(path + failing(fault.call, error, fault.when),
                   [&] { send_text(MSG_TYPE_POWER_V_VALUE, std::to_string(++current)); });
@@ -91,7 +78,8 @@ TEST_F(Faults, OfACycleAreToldAndTheNextChangeIsPublished)
             EXPECT_EQ(events.take_names(),
                       fault.announced ? Texts{"e_power_json_update"} : Texts{});
             if (fault.left == Left::old || fault.left == Left::empty) {
-                EXPECT_EQ(text_of("power.json"), fault.left == Left::old ? before : "");
+                EXPECT_EQ(text_of("power.json"),
+                          fault.left == Left::old ? others["power.json"] : "");
             } else {
                 const Json::Value power = document("power.json")["power"];
                 EXPECT_EQ(power["measured_power_current_a"], current);
@@ -102,7 +90,8 @@ TEST_F(Faults, OfACycleAreToldAndTheNextChangeIsPublished)
             settle();
             EXPECT_EQ(value_of("power.json", ".power.measured_power_current_a"), current);
             EXPECT_EQ(events.take_names(), Texts{"e_power_json_update"});
-            EXPECT_EQ(texts_of_others("power.json"), others);
+            others["power.json"] = text_of("power.json");
+            EXPECT_EQ(texts(), others);
         }
     }
 }

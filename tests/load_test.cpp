@@ -9,9 +9,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* document_names[] = {"inputs.json", "usb-host.json", "ethernet.json",
-                                          "power.json", "outputs.json"};
-
 struct Resources {
     long resident_kib;
     std::ptrdiff_t descriptors;
@@ -30,30 +27,28 @@ protected:
     /// Any message but those of the Ethernet ports, mostly a sound one.
     void send_any()
     {
-        struct Record {
-            std::uint32_t type;
-            std::size_t size;
-        };
-        constexpr Record records[] = {{1, 16}, {2, 4}, {3, 4}, {5, 12}, {7, 52}, {17, 4}, {4, 40}};
-        constexpr std::uint32_t texts[] = {8, 9, 11, 12, 14, 15, 16, 18, 0, 13, 99};
-        const std::size_t choice = random_() % (std::size(records) + std::size(texts));
+        constexpr std::pair<std::uint32_t, std::size_t> records[] = {
+            {1, 16}, {2, 4}, {3, 4}, {5, 12}, {7, 52}, {17, 4}, {4, 40}};
+        constexpr std::uint32_t text_types[] = {8, 9, 11, 12, 14, 15, 16, 18, 0, 13, 99};
+        const std::size_t choice = random_() % (std::size(records) + std::size(text_types));
         if (choice >= std::size(records)) {
-            const std::uint32_t type = texts[choice - std::size(records)];
-            send_text(type, number() + " " + number() + " " + number());
+            send_text(text_types[choice - std::size(records)],
+                      number() + " " + number() + " " + number());
             return;
         }
-        std::string payload(records[choice].size, '\0');
+        const auto [type, size] = records[choice];
+        std::string payload(size, '\0');
         for (char& byte : payload) {
             byte = static_cast<char>(random_() % 4);
         }
-        send(records[choice].type, static_cast<std::uint32_t>(payload.size()), payload);
+        send(type, static_cast<std::uint32_t>(size), payload);
         if (random_() % 16 == 0) {
             send(payload);
         }
     }
 
     /// Leaves nothing as it was, whatever was said before.
-    std::vector<std::string> texts_after_last_messages()
+    std::map<std::string, std::string> texts_after_last_messages()
     {
         for (std::uint8_t port : {std::uint8_t{0}, std::uint8_t{1}}) {
             send_record(MSG_TYPE_LINK_STATUS, CmdDataLinkStatus{port, 0, 0, 0});
@@ -85,11 +80,7 @@ protected:
         }
         send_record(MSG_TYPE_TYPEC_INFO, partner);
         settle();
-        std::vector<std::string> texts;
-        for (const char* name : document_names) {
-            texts.push_back(text_of(name));
-        }
-        return texts;
+        return texts();
     }
 
     Resources resources() const
@@ -168,8 +159,8 @@ TEST_F(Load, LeavesNothingBehind)
         EXPECT_EQ(message.find("overflow"), std::string::npos) << message;
     }
 
-    const std::vector<std::string> texts = texts_after_last_messages();
+    const auto soaked = texts_after_last_messages();
     stop();
     ServiceTest::SetUp();
-    EXPECT_EQ(texts, texts_after_last_messages());
+    EXPECT_EQ(soaked, texts_after_last_messages());
 }

@@ -82,14 +82,6 @@ protected:
         return found;
     }
 
-    static void print(const char* reader, int reads, const int (&counts)[found_count])
-    {
-        const auto percent = [reads](int count) { return 100.0 * count / reads; };
-        std::printf("%-34s %8d reads: %6.2f %% empty, %6.2f %% partial, %6.2f %% mixed\n", reader,
-                    reads, percent(counts[empty]), percent(counts[partial]),
-                    percent(counts[mixed]));
-    }
-
     Json::Value states_[2];
 };
 
@@ -119,10 +111,18 @@ TEST_F(Readers, WhoFollowTheManualGetWholeDocumentsAlone)
     is_over = true;
     writer.join();
 
-    print("without a lock", reads, unlocked);
-    print("with a shared lock", reads, locked);
-    print("with a shared lock and repetition", reads, repeated);
-    std::printf("%.2f repetitions a read\n", 1.0 * repetitions / reads);
+    std::printf("%d reads each; found empty, partial, mixed:\n", reads);
+    for (const auto& [reader, counts] :
+         {std::pair<const char*, const int*>{"without a lock", unlocked},
+          {"with a shared lock", locked},
+          {"with repetition", repeated}}) {
+        std::printf("%-20s", reader);
+        for (const int count : {counts[empty], counts[partial], counts[mixed]}) {
+            std::printf("%8.3f %%", 100.0 * count / reads);
+        }
+        std::printf("\n");
+    }
+    std::printf("%.3f repetitions a read\n", 1.0 * repetitions / reads);
     EXPECT_EQ(repeated[whole], reads);
     EXPECT_EQ(locked[partial] + locked[mixed], 0);
     // The event comes when the last write is done.

@@ -353,6 +353,15 @@ std::string ServiceTest::path_of(const std::string& name)
     return std::string(status_directory) + "/" + name;
 }
 
+std::map<std::string, std::string> ServiceTest::texts()
+{
+    std::map<std::string, std::string> texts;
+    for (const auto& file : fs::directory_iterator(status_directory)) {
+        texts[file.path().filename()] = read_file(file.path());
+    }
+    return texts;
+}
+
 void ServiceTest::write_document(const std::string& name, const std::string& text)
 {
     written_by_case.insert(name);

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -99,6 +100,8 @@ protected:
 
     static std::string path_of(const std::string& name);
     static std::string text_of(const std::string& name) { return read_file(path_of(name)); }
+    /// The texts of all documents, by name.
+    static std::map<std::string, std::string> texts();
     /// Replaces a document's text, in place. Damaged documents come from here, and none that
     /// a case has written is held against its schema; all others are.
     static void write_document(const std::string& name, const std::string& text);
