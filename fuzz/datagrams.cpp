@@ -43,7 +43,8 @@ void require_sound_inputs(const Json::Value& inputs, const Link (&links)[2])
                 inputs[1]["port_type"] == "USB-C" && inputs[2]["port_type"] == "UAC",
             "the inputs keep their places");
     for (Json::ArrayIndex position = 0; position < 2; ++position) {
-        const bool is_cached = input_cache[position].connected == (links[position] == Link::up);
+        const bool is_cached =
+            (input_cache[position].connected == 1) == (links[position] == Link::up);
         require(is_cached || links[position] == Link::unknown, "the cache follows the link");
         require(links[position] != Link::up || inputs[position]["video"]["connected"].asBool(),
                 "a link that is up shows");

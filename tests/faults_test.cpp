@@ -19,7 +19,7 @@ std::string failing(const std::string& call, int error, int when)
 
 class Faults : public TracedServiceTest {
 protected:
-    void allow_hdcp(const char* version) { send_text(MSG_TYPE_HDCP_VERSION, version); }
+    static void allow_hdcp(const char* version) { send_text(MSG_TYPE_HDCP_VERSION, version); }
 };
 
 enum class Left { old, empty, rebuilt, changed };

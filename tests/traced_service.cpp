@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -12,12 +13,10 @@ namespace {
 bool is_traced(pid_t pid)
 {
     const std::filesystem::path tasks = "/proc/" + std::to_string(pid) + "/task";
-    for (const auto& task : std::filesystem::directory_iterator(tasks)) {
-        if (read_file(task.path() / "status").find("TracerPid:\t0\n") != std::string::npos) {
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(std::filesystem::directory_iterator(tasks), {}, [](const auto& task) {
+        const std::string status = read_file(task.path() / "status");
+        return status.find("TracerPid:\t0\n") == std::string::npos;
+    });
 }
 
 }  // namespace
