@@ -127,7 +127,7 @@ TEST_F(Faults, OfOneDocumentLeaveTheOtherOfTheSameMessage)
 
 TEST_F(Faults, OfTheTimerLoseOneEvent)
 {
-#if defined(__SANITIZE_THREAD__)
+#ifdef THREAD_SANITIZED
     GTEST_SKIP() << "this build has timers of its own";
 #endif
     under(failing("timer_create", EAGAIN, 1), [&] { allow_hdcp("0 1"); });

@@ -152,7 +152,7 @@ TEST_F(Load, LeavesNothingBehind)
     });
     std::printf("%d messages: resident %ld KiB, then %ld KiB\n", 91 * batches, before.resident_kib,
                 after.resident_kib);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef SANITIZED
     EXPECT_LT(after.resident_kib, before.resident_kib + 512);
 #endif
     for (const std::string& message : log_messages()) {

@@ -158,7 +158,7 @@ TEST_F(Startup, EndsWithStatus1WhereTheSocketCannotBeBound)
 
 TEST_F(Startup, EndsWithStatus1WhereAThreadCannotBeStarted)
 {
-#ifdef __SANITIZE_THREAD__
+#ifdef THREAD_SANITIZED
     GTEST_SKIP() << "the thread sanitizer has no room for such a stack";
 #endif
     launch([] {
