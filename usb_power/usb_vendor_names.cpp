@@ -1,10 +1,9 @@
-/// The table of USB vendor names. The compiler builds it: a start of the service takes no time for
-/// it, and its memory is that of the executable file.
+/// The table of USB vendor names, built before `main` from rows of constant data.
 #include "usb_power/usb_vendor_names.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <unordered_map>
 
 namespace {
 
@@ -29,45 +28,28 @@ constexpr char vendor_texts[] =
     ;
 // NOLINTEND(cppcoreguidelines-macro-usage)
 
-/// A hash table with open addressing: a row stands at the place of its id, or behind it where
-/// that is taken. Half of the places stay free, so that a search is short.
-struct VendorTable {
-    static constexpr std::size_t size = 2 * std::size(vendor_rows);
-    std::uint16_t ids[size];
-    std::uint32_t names[size];  // place in `vendor_texts`, plus 1; 0 where no row stands
-};
-
-/// The place of the row with this id, or the free one where it would stand.
-constexpr std::size_t find_place(const VendorTable& table, int id)
-{
-    auto place = static_cast<std::size_t>(id) % VendorTable::size;
-    while (table.names[place] != 0 && table.ids[place] != id) {
-        place = (place + 1) % VendorTable::size;
-    }
-    return place;
-}
+using VendorNames = std::unordered_map<std::int32_t, const char*>;
 
 /// Of two rows with one id, the earlier stands.
-constexpr VendorTable make_usb_vendor_names()
+VendorNames make_usb_vendor_names()
 {
-    VendorTable table = {};
-    std::uint32_t name = 1;
+    VendorNames names;
+    names.reserve(std::size(vendor_rows));
+    const char* name = vendor_texts;
     for (const VendorRow& row : vendor_rows) {
-        const std::size_t place = find_place(table, row.id);
-        if (table.names[place] == 0) {
-            table.ids[place] = row.id;
-            table.names[place] = name;
-        }
+        names.try_emplace(row.id, name);
         name += row.name_size;
     }
-    return table;
+    return names;
 }
-constexpr VendorTable usb_vendor_names = make_usb_vendor_names();
+
+// A failure here is one to get memory at start, and ends the process as it should.
+const VendorNames usb_vendor_names = make_usb_vendor_names();  // NOLINT(cert-err58-cpp)
 
 }  // namespace
 
 const char* find_usb_vendor_name(int id)
 {
-    const std::uint32_t name = usb_vendor_names.names[find_place(usb_vendor_names, id)];
-    return name == 0 ? nullptr : &vendor_texts[name - 1];
+    const auto found = usb_vendor_names.find(id);
+    return found == usb_vendor_names.end() ? nullptr : found->second;
 }
