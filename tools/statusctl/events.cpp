@@ -138,7 +138,8 @@ DocumentSet take_changes(int descriptor, bool have_events)
             return documents;
         }
         for (const char* place = buffer.data(); place < buffer.data() + size;) {
-            const auto& change = *reinterpret_cast<const inotify_event*>(place);
+            inotify_event change;
+            std::memcpy(&change, place, sizeof change);
             if ((change.mask & IN_IGNORED) != 0) {
                 throw std::runtime_error(std::string(status_directory) + " is gone");
             }
