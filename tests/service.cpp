@@ -82,12 +82,13 @@ public:
         ssize_t size = 0;
         while ((size = read(descriptor_, buffer, sizeof buffer)) > 0) {
             for (const char* place = buffer; place < buffer + size;) {
-                const auto* event = reinterpret_cast<const inotify_event*>(place);
-                if (event->len > 0 && name == event->name) {
-                    reads += (event->mask & IN_CLOSE_NOWRITE) != 0 ? 1 : 0;
-                    writes += (event->mask & IN_CLOSE_WRITE) != 0 ? 1 : 0;
+                inotify_event event;
+                std::memcpy(&event, place, sizeof event);
+                if (event.len > 0 && name == place + sizeof event) {
+                    reads += (event.mask & IN_CLOSE_NOWRITE) != 0 ? 1 : 0;
+                    writes += (event.mask & IN_CLOSE_WRITE) != 0 ? 1 : 0;
                 }
-                place += sizeof *event + event->len;
+                place += sizeof event + event.len;
             }
         }
         return counts;
