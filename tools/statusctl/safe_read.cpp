@@ -110,6 +110,8 @@ DocumentRead parse_document(std::string text)
     }
     Json::CharReaderBuilder builder;
     builder["failIfExtra"] = true;
+    // The writer would show them with the value, over several lines and with all they hold.
+    builder["collectComments"] = false;
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     const char* const begin = result.text.data();
     try {
