@@ -124,14 +124,10 @@ bool check_locks(const StatusDocument& document)
 
 // --- documents ---
 
-/// How long ago the document was written, in the largest unit that fits.
-std::string age_text(const StatusDocument& document)
+/// How long ago a document was written, in the largest unit that fits.
+std::string age_text(std::time_t written)
 {
-    struct stat file = {};
-    if (stat(document.path, &file) != 0) {
-        return "now gone";
-    }
-    const std::time_t seconds = std::max<std::time_t>(0, std::time(nullptr) - file.st_mtime);
+    const std::time_t seconds = std::max<std::time_t>(0, std::time(nullptr) - written);
     const struct {
         std::time_t seconds;
         const char* name;
@@ -154,7 +150,7 @@ void check_good_document(const StatusDocument& document, const DocumentRead& res
     }
     if (findings.empty()) {
         const bool is_seed = result.text == *document.default_text;
-        say_well(file_name(document), "valid, " + age_text(document) +
+        say_well(file_name(document), "valid, " + age_text(result.written) +
                                           (is_seed ? ", as seeded: nothing reported yet" : ""));
     }
 }
@@ -172,7 +168,8 @@ void check_document(const StatusDocument& document)
             break;
         case ReadState::empty:
         case ReadState::damaged:
-            say_problem(file_name(document), printable(result.reason) + ", " + age_text(document),
+            say_problem(file_name(document),
+                        printable(result.reason) + ", " + age_text(result.written),
                         "stop the service, statusctl check --repair, start it again, and have "
                         "all reported anew");
             break;

@@ -58,17 +58,16 @@ int open_directory_watch()
     return descriptor;
 }
 
-std::optional<uid_t> sender_of(msghdr& envelope)
+std::optional<uid_t> sender_of(const msghdr& envelope)
 {
-    for (cmsghdr* part = CMSG_FIRSTHDR(&envelope); part != nullptr;
-         part = CMSG_NXTHDR(&envelope, part)) {
-        if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SCM_CREDENTIALS) {
-            ucred credentials = {};
-            std::memcpy(&credentials, CMSG_DATA(part), sizeof credentials);
-            return credentials.uid;
-        }
+    // The socket asks for the credentials and for nothing else.
+    const cmsghdr* part = CMSG_FIRSTHDR(&envelope);
+    if (part == nullptr || part->cmsg_type != SCM_CREDENTIALS) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    ucred credentials = {};
+    std::memcpy(&credentials, CMSG_DATA(part), sizeof credentials);
+    return credentials.uid;
 }
 
 /// Anyone on the device can send to the group.
@@ -106,7 +105,7 @@ DocumentSet take_events(int descriptor)
                 documents_of_event(event_name({message.data(), static_cast<std::size_t>(size)}));
         } else if (size < 0 && errno == ENOBUFS) {
             documents.set();  // events were lost: anything may have changed
-        } else if (size < 0 && errno != EINTR) {
+        } else if (size < 0) {
             return documents;
         }
     }

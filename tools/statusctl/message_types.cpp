@@ -239,9 +239,9 @@ std::string type_of_field(const MessageField& field)
         case FieldKind::decimal_item:
             return "decimal";
         case FieldKind::word_item:
-            return "word";
+            break;
     }
-    return "";
+    return "word";
 }
 
 void list_field(std::ostream& lines, const MessageField& field)

@@ -131,23 +131,6 @@ bool colours_wanted()
            terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
 }
 
-const char* escape_sequence(Style style)
-{
-    switch (style) {
-        case Style::faint:
-            return "\033[2m";
-        case Style::name:
-            return "\033[36m";
-        case Style::removed:
-            return "\033[31m";
-        case Style::added:
-            return "\033[32m";
-        case Style::heading:
-            return "\033[1m";
-    }
-    return "";
-}
-
 }  // namespace
 
 std::string printable(std::string_view text)
@@ -203,7 +186,8 @@ std::string utc_text(std::chrono::system_clock::time_point time)
 std::string styled(Style style, const std::string& text)
 {
     static const bool colours = colours_wanted();
-    return colours ? escape_sequence(style) + text + "\033[0m" : text;
+    return colours ? "\033[" + std::to_string(static_cast<int>(style)) + "m" + text + "\033[0m"
+                   : text;
 }
 
 }  // namespace statusctl

@@ -28,7 +28,8 @@ std::string clock_text(std::chrono::system_clock::time_point time);
 /// The moment in UTC as ISO 8601 has it, with milliseconds.
 std::string utc_text(std::chrono::system_clock::time_point time);
 
-enum class Style { faint, name, removed, added, heading };
+/// Each by its number in a terminal's escape sequence.
+enum class Style { heading = 1, faint = 2, removed = 31, added = 32, name = 36 };
 
 /// `text` in colour where standard output is a terminal and NO_COLOR isn't set, else as it is.
 std::string styled(Style style, const std::string& text);

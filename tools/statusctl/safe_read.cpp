@@ -77,7 +77,9 @@ DocumentRead read_open_file(int descriptor)
     if (status.st_size > largest_document) {
         return failed(ReadState::unreadable, "larger than 16 MiB");
     }
-    return read_locked(descriptor, static_cast<std::size_t>(status.st_size));
+    DocumentRead result = read_locked(descriptor, static_cast<std::size_t>(status.st_size));
+    result.written = status.st_mtime;
+    return result;
 }
 
 DocumentRead read_once(const char* path)

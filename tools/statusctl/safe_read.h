@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -20,9 +21,10 @@ enum class ReadState {
 
 struct DocumentRead {
     ReadState state = ReadState::good;
-    Json::Value root;    // of a good document
-    std::string text;    // what the file holds, as far as it could be read
-    std::string reason;  // why the document isn't good, in a few words on one line
+    Json::Value root;         // of a good document
+    std::string text;         // what the file holds, as far as it could be read
+    std::string reason;       // why the document isn't good, in a few words on one line
+    std::time_t written = 0;  // when the file was last written, where it could be read
 };
 
 /// Parses a document's text: `good`, `empty` or `damaged`. Pure.

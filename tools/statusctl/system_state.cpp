@@ -3,12 +3,14 @@
 #include <linux/netlink.h>
 #include <sys/sysmacros.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <system_error>
+#include <tuple>
 
 #include "tools/statusctl/printable.h"
 
@@ -96,8 +98,10 @@ std::string process_text(pid_t pid)
 
 bool operator==(const FileLock& left, const FileLock& right)
 {
-    return left.pid == right.pid && left.is_exclusive == right.is_exclusive &&
-           left.is_waiting == right.is_waiting;
+    const auto members = [](const FileLock& lock) {
+        return std::tie(lock.pid, lock.is_exclusive, lock.is_waiting);
+    };
+    return members(left) == members(right);
 }
 
 std::vector<FileLock> locks_on(const struct stat& file)
@@ -108,9 +112,10 @@ std::vector<FileLock> locks_on(const struct stat& file)
     for (std::string line; std::getline(table, line);) {
         // 1: FLOCK  ADVISORY  WRITE 1234 00:1a:5678 0 EOF, with "->" before what waits
         std::vector<std::string> columns = words_of(line);
-        const bool is_waiting = columns.size() > 1 && columns[1] == "->";
+        const auto arrow = std::find(columns.begin(), columns.end(), "->");
+        const bool is_waiting = arrow != columns.end();
         if (is_waiting) {
-            columns.erase(columns.begin() + 1);
+            columns.erase(arrow);
         }
         if (columns.size() > 5 && columns[1] == "FLOCK" && columns[5] == wanted) {
             locks.push_back({std::stoi(columns[4]), columns[3] == "WRITE", is_waiting});

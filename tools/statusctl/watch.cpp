@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <iomanip>
@@ -171,8 +170,8 @@ bool wait_for_hints(const Subscription& subscription, int end_signals, int timeo
     std::array<pollfd, 3> descriptors = {{{end_signals, POLLIN, 0},
                                           {subscription.changes, POLLIN, 0},
                                           {subscription.events, POLLIN, 0}}};
-    const int ready = poll(descriptors.data(), descriptors.size(), timeout_ms);
-    return ready < 0 ? errno == EINTR : ready > 0 && descriptors[0].revents == 0;
+    return poll(descriptors.data(), descriptors.size(), timeout_ms) > 0 &&
+           descriptors[0].revents == 0;
 }
 
 }  // namespace
