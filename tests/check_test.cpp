@@ -1,15 +1,16 @@
 /// `statusctl check`: what it finds, and what it repairs.
 #include <fcntl.h>
 #include <linux/netlink.h>
+#include <sched.h>
 #include <sys/file.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 
-#include "tests/service.h"
+#include "tests/tool.h"
 
 namespace {
 
@@ -18,12 +19,11 @@ namespace fs = std::filesystem;
 class Check : public ServiceTest {
 protected:
     /// Runs the tool; its output and its status are then in `output` and `status`.
-    void check(const std::string& option = "", const std::string& prefix = "")
+    void check(
+        const std::vector<std::string>& words = {"check"}, const Action& prepare = [] {})
     {
-        const fs::path tool = fs::read_symlink("/proc/self/exe").replace_filename("statusctl");
-        const std::string command = prefix + tool.string() + " check " + option + " >/tmp/out";
-        status = WEXITSTATUS(std::system(command.c_str()));  // NOLINT(cert-env33-c): known words
-        output = "\n" + read_file("/tmp/out");
+        status = Tool(words, "", prepare).wait();
+        output = "\n" + Tool::output();
     }
 
     /// Expects a line that starts so; gives its end.
@@ -46,7 +46,7 @@ protected:
 
 TEST_F(Check, AllIsWellAfterTheStartAndAfterAReport)
 {
-    send_text(MSG_TYPE_POWER_STATUS, "1");
+    send_line("power_status 1");
     settle();
     check();
     EXPECT_EQ(status, 0) << output;
@@ -94,12 +94,12 @@ TEST_F(Check, EachProblemIsALine)
 TEST_F(Check, RepairRemovesWhatDoesNotParseBeforeAStart)
 {
     write_document("inputs.json", "");
-    check("--repair");
+    check({"check", "--repair"});
     EXPECT_TRUE(fs::exists(path_of("inputs.json"))) << "removed while the service runs";
     stop();
     write_document("outputs.json", R"({"outputs": )");
     write_document("ethernet.json", R"({"ethernet": 7})");
-    check("--repair");
+    check({"check", "--repair"});
     EXPECT_EQ(status, 0);
     expect_line(
         "removed /var/run/status/inputs.json: empty\nremoved /var/run/status/outputs.json: ");
@@ -114,13 +114,16 @@ TEST_F(Check, RepairSparesWhatAServiceWritesThatItDoesNotSee)
 #ifdef SANITIZED
     GTEST_SKIP() << "the sanitizers' runtimes need /proc";
 #endif
-    const std::string without_proc = "unshare -m sh -c 'mount -t tmpfs none /proc && \"$@\"' - ";
+    const Action hide_proc = [] {
+        unshare(CLONE_NEWNS);
+        mount("none", "/proc", "tmpfs", 0, nullptr);
+    };
     const int writer = open(path_of("inputs.json").c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-    check("--repair", without_proc);
+    check({"check", "--repair"}, hide_proc);
     EXPECT_EQ(output, "\nkept /var/run/status/inputs.json: being written\n");
     EXPECT_TRUE(fs::exists(path_of("inputs.json")));
     close(writer);
-    check("--repair", without_proc);
+    check({"check", "--repair"}, hide_proc);
     EXPECT_EQ(output, "\nremoved /var/run/status/inputs.json: empty\n");
 }
 

@@ -2,7 +2,7 @@
 #include <filesystem>
 #include <tuple>
 
-#include "tests/video_test.h"
+#include "tests/table_test.h"
 
 namespace {
 
@@ -12,21 +12,19 @@ constexpr const char* all_up = "1 2 1 0 0 0 1 1 1 1 0 0";
 const std::string up = "1000Mbps/FULL - 100Mbps/FULL - ";  // what it gives without a plug
 const std::string down = "- - - - ";
 
-class Ethernet : public VideoTest {
+class Ethernet : public TableTest {
 protected:
     void SetUp() override
     {
         fs::remove_all(ethernet_port_status_path);
-        VideoTest::SetUp();
+        TableTest::SetUp();
     }
     static void drive(const std::string& text) { write_file(ethernet_port_status_path, text); }
-    static void control(const std::string& text) { send_text(MSG_TYPE_ETHERNET_CONTROL, text); }
-    static void plug(const std::string& state) { send_text(MSG_TYPE_USB_HOST_IN2, state); }
 
     /// The links of the four ports after an update: "speed/mode", "-" for one that is down.
     std::string links_after_update()
     {
-        send(MSG_TYPE_ETHERNET_STATUS, 0);
+        send_line("ethernet_status");
         settle();
         std::string links;
         for (const Json::Value& entry : value_of("ethernet.json", ".ethernet")) {
@@ -73,88 +71,49 @@ TEST_F(Ethernet, WritesAndAnnouncesEveryUpdate)
 {
     drive(all_up);
     const auto update_twice = [] {
-        send(MSG_TYPE_ETHERNET_STATUS, 0);
+        send_line("ethernet_status");
         send(MSG_TYPE_ETHERNET_STATUS, 77, "not looked at");
     };
     EXPECT_EQ(accesses_by("ethernet.json", update_twice), (Accesses{2, 2}));
-    EXPECT_EQ(accesses_by("ethernet.json", [] { control("1 off"), control("1 off"); }),
-              (Accesses{2, 2}));
-    EXPECT_EQ(events.take_names(), std::vector<std::string>(4, "e_ethernet_json_update"));
+    EXPECT_EQ(events.take_names(), std::vector<std::string>(2, "e_ethernet_json_update"));
 }
 
 TEST_F(Ethernet, GivesLan4ALinkByItsRule)
 {
     drive("0 0 0 0 0 0 0 0 0 1 0 0");
-    const std::tuple<const char*, Action, bool> rows[] = {
-        {"at start", [] {}, false},
-        {"plug in", [] { plug("1"); }, true},
-        {"plug state not 1", [] { plug("5"); }, false},
-        {"other plug", [] { send_text(MSG_TYPE_USB_HOST_IN1, "1"); }, false},
-        {"plug in again", [] { plug("1"); }, true},
-        {"USB-C input without a report", [] { control("4 on 1"); }, false},
-        {"USB-C input connected", link(1, 1), true},
-        {"USB-C input not there", link(1, 0), false},
-        {"nothing selected", [] { link(1, 1)(), control("4 on 2"); }, false},
-        {"another port's third number", [] { control("3 on 1"); }, false},
-        {"negative", [] { control("4 on -1"); }, false},
-        {"the plug, as no number is 0", [] { control("4 on"); }, true},
-        {"disabled", [] { control("4 off 0"); }, false},
-        {"a word that is too long", [] { control("4 on 1"), control("4 onwardsx 1"); }, false},
-        {"enabled by the plug's rule", [] { control("4 on 0"); }, true},
+    const std::tuple<const char*, const char*, bool> rows[] = {
+        {"the plug is in", "usb_host_in2 1", true},
+        {"its state is not 1", "usb_host_in2 5", false},
+        {"the other plug", "usb_host_in1 1", false},
+        {"the plug again", "usb_host_in2 1", true},
+        {"the USB-C input, not reported", "ethernet_control 4 on 1", false},
+        {"connected", "link_status port=1 isConnect=1", true},
+        {"not connected", "link_status port=1", false},
+        {"connected again", "link_status port=1 isConnect=1", true},
+        {"nothing is selected", "ethernet_control 4 on 2", false},
+        {"another port's number", "ethernet_control 3 on 1", false},
+        {"negative", "ethernet_control 4 on -1", false},
+        {"the plug, as no number is 0", "ethernet_control 4 on", true},
+        {"disabled", "ethernet_control 4 off 0", false},
+        {"the USB-C input, enabled", "ethernet_control 4 on 1", true},
+        {"a word that is too long", "text ethernet_control 4 onwardsx 1", false},
+        {"the plug, enabled", "ethernet_control 4 on 0", true},
     };
-    for (const auto& [what, action, is_up] : rows) {
-        action();
+    EXPECT_EQ(links_after_update(), down);
+    for (const auto& [what, message, is_up] : rows) {
+        send_line(message);
         EXPECT_EQ(links_after_update(), is_up ? "- - - 10Mbps/HALF " : down) << what;
     }
 }
 
 TEST_F(Ethernet, EnablesPortsByTheWordOnAlone)
 {
-    const std::tuple<const char*, int, bool> rows[] = {
-        {"1 off", 0, false},  {"1 on", 0, true},   {"2 ON", 1, false},
-        {"3 only", 2, false}, {"3 on 9", 2, true}, {"4 On 1", 3, false},
-        {"2 on", 1, true},    {"2", 1, false},     {"2 onlongword", 1, false},
-    };
-    for (const auto& [text, position, enabled] : rows) {
-        control(text);
-        settle();
-        const Json::Value entry = value_of("ethernet.json", ".ethernet")[position];
-        EXPECT_EQ(entry["control"]["enabled"], enabled) << text;
-    }
-    for (const char* text : {"0 on", "5 on 1", "-1 on", "", "on 1"}) {
-        EXPECT_EQ(accesses_by("ethernet.json", [&] { control(text); }), no_access) << text;
-    }
-
     drive(all_up);
-    control("1 on");
-    EXPECT_EQ(links_after_update(), up);
-    control("1 off");
-    settle();
-    EXPECT_EQ(value_of("ethernet.json", ".ethernet[0].link.status"), true);
-    EXPECT_EQ(links_after_update(), "- - 100Mbps/FULL - ");
+    play();
 }
 
 TEST_F(Ethernet, RebuildsTheDocument)
 {
-    for (const char* text : {"", "[]", R"({"ethernet": {}})", R"({"other": 1})"}) {
-        write_document("ethernet.json", text);
-        EXPECT_EQ(accesses_by("ethernet.json", [] { control("4 on 0"); }), only_read);
-        EXPECT_EQ(text_of("ethernet.json"), text);
-    }
     drive(all_up);
-    write_document("ethernet.json", R"({"ethernet": [{"port": "LAN1", "control": 5}, "junk",
-        {"port": "LAN3", "control": {"enabled": "yes"}}]})");
-    EXPECT_EQ(links_after_update(), up);
-    Json::Value built = parsed(R"({"port": "LAN", "type": "UTP", "control": {"enabled": true},
-                               "link": {"status": false, "speed": "N/A", "mode": "N/A"}})");
-    EXPECT_EQ(value_of("ethernet.json", ".ethernet[1]"), built);
-    EXPECT_EQ(value_of("ethernet.json", ".ethernet[3]"), built);
-
-    write_document("ethernet.json", R"({"ethernet": [{"port": "LAN1"}, {"port": "LAN2"}]})");
-    control("4 on");
-    settle();
-    built["port"] = "LAN4";
-    Json::Value expected = parsed(R"({"ethernet": [{"port": "LAN1"}, {"port": "LAN2"}]})");
-    expected["ethernet"][2] = expected["ethernet"][3] = built;
-    EXPECT_EQ(document("ethernet.json"), expected);
+    play();
 }

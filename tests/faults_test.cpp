@@ -19,7 +19,11 @@ std::string failing(const std::string& call, int error, int when)
 
 class Faults : public TracedServiceTest {
 protected:
-    static void allow_hdcp(const char* version) { send_text(MSG_TYPE_HDCP_VERSION, version); }
+    static void allow_hdcp(const std::string& version) { send_line("hdcp_version 0 " + version); }
+    static void report_current(int current)
+    {
+        send_line("power_v_value " + std::to_string(current));
+    }
 };
 
 enum class Left { old, empty, rebuilt, changed };
@@ -64,13 +68,13 @@ TEST_F(Faults, OfACycleAreToldAndTheNextChangeIsPublished)
         for (const int error : fault.errors) {
             SCOPED_TRACE(fault.call + std::string(" ") + std::to_string(fault.when) + ", " +
                          std::strerror(error));
-            send_text(MSG_TYPE_POWER_STATUS, "1");
+            send_line("power_status 1");
             settle();
             events.take_names();
             std::map<std::string, std::string> others = texts();
             const std::string path = fault.on_document ? only_on(power_document_path) : "";
             under(path + failing(fault.call, error, fault.when),
-                  [&] { send_text(MSG_TYPE_POWER_V_VALUE, std::to_string(++current)); });
+                  [&] { report_current(++current); });
 
             const bool has_reason = !fault.said.empty() && fault.said.back() == ' ';
             const std::string reason = has_reason ? std::strerror(error) + std::string("\n") : "";
@@ -86,7 +90,7 @@ TEST_F(Faults, OfACycleAreToldAndTheNextChangeIsPublished)
                 EXPECT_EQ(power.isMember("power_source"), fault.left == Left::changed);
             }
 
-            send_text(MSG_TYPE_POWER_V_VALUE, std::to_string(++current));
+            report_current(++current);
             settle();
             EXPECT_EQ(value_of("power.json", ".power.measured_power_current_a"), current);
             EXPECT_EQ(events.take_names(), Texts{"e_power_json_update"});
@@ -100,9 +104,9 @@ TEST_F(Faults, AShortWriteIsAnnouncedAndTheNextChangeBuildsTheDocumentAnew)
 {
     // The call is left out, and what stands in the file is left to be what was there: nothing.
     under(only_on(power_document_path) + "-e inject=write:retval=50:when=1",
-          [] { send_text(MSG_TYPE_POWER_STATUS, "1"); });
+          [] { send_line("power_status 1"); });
     EXPECT_EQ(text_of("power.json"), "");
-    send_text(MSG_TYPE_POWER_STATUS, "1");
+    send_line("power_status 1");
     settle();
     EXPECT_EQ(value_of("power.json", ".power.power_source"), "Adapter");
     EXPECT_EQ(events.take_names(), (Texts{"e_power_json_update", "e_power_json_update"}));
@@ -112,14 +116,13 @@ TEST_F(Faults, OfOneDocumentLeaveTheOtherOfTheSameMessage)
 {
     const std::string outputs = text_of("outputs.json");
     under(only_on(inputs_document_path) + failing("openat", EACCES, 2),
-          [] { send_text(MSG_TYPE_UAC_CONTROL, "1 0 1"); });
+          [] { send_line("uac_control 1 0 1"); });
     EXPECT_EQ(take_standard_error(), "open for write_json_to_file: Permission denied\n");
     EXPECT_EQ(value_of("inputs.json", ".inputs[2].control.enabled"), true);
     EXPECT_EQ(value_of("outputs.json", ".outputs[0].audio.connected"), false);
 
-    under(only_on(usb_host_document_path) + failing("openat", ENOSPC, 2), [] {
-        send_record(MSG_TYPE_LINK_STATUS, CmdDataLinkStatus{1, 0, 0, 0});
-    });
+    under(only_on(usb_host_document_path) + failing("openat", ENOSPC, 2),
+          [] { send_line("link_status port=1"); });
     EXPECT_EQ(take_standard_error(), "open for write_json_to_file: No space left on device\n");
     EXPECT_EQ(value_of("inputs.json", ".inputs[1].video.signal_type"), "N/A");
     EXPECT_EQ(text_of("usb-host.json").size(), 1096U);
@@ -130,14 +133,14 @@ TEST_F(Faults, OfTheTimerLoseOneEvent)
 #ifdef THREAD_SANITIZED
     GTEST_SKIP() << "this build has timers of its own";
 #endif
-    under(failing("timer_create", EAGAIN, 1), [&] { allow_hdcp("0 1"); });
-    under(failing("timer_settime", EINVAL, 1), [&] { allow_hdcp("0 2"); });
+    under(failing("timer_create", EAGAIN, 1), [&] { allow_hdcp("1"); });
+    under(failing("timer_settime", EINVAL, 1), [&] { allow_hdcp("2"); });
     std::string said;
     under(
-        failing("socket", EMFILE, 1), [&] { allow_hdcp("0 1"); },
+        failing("socket", EMFILE, 1), [&] { allow_hdcp("1"); },
         [&] { wait_until("the timer", [&] { return !(said += take_standard_error()).empty(); }); });
     EXPECT_EQ(said, "socket()) failed\n");
-    allow_hdcp("0 2");
+    allow_hdcp("2");
     EXPECT_EQ(events.wait().name, "e_input_json_update");
     EXPECT_EQ(value_of("inputs.json", ".inputs[0].video.hdcp.control.allowed_hdcp_version"),
               "HDCP 2.2");
@@ -148,7 +151,7 @@ TEST_F(Faults, OfReceivingLoseNoMessage)
     for (const int error : {EINTR, ENOMEM, ENOBUFS, EBADF}) {
         under("-e inject=recvfrom:error=" + std::to_string(error) + ":when=1..3", [&] {
             for (int i = 0; i < 9; ++i) {
-                send_text(MSG_TYPE_CHARGER_STATUS, "1");
+                send_line("charger_status 1");
             }
         });
     }

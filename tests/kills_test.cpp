@@ -2,27 +2,23 @@
 /// described, and the next start works on it.
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <random>
 #include <thread>
 
+#include "tests/tool.h"
 #include "tests/traced_service.h"
 
 namespace {
 
 struct Change {
-    std::string document;
-    std::uint32_t type;
-    std::string text;
+    const char* document;
+    const char* message;
 };
 /// Each is written even where it repeats what the document says.
 const Change changes[] = {
-    {"inputs.json", MSG_TYPE_UAC_CONTROL, "0 0 0"},
-    {"usb-host.json", MSG_TYPE_USB_HOST_IN1, "1"},
-    {"ethernet.json", MSG_TYPE_ETHERNET_CONTROL, "2 off"},
-    {"power.json", MSG_TYPE_POWER_STATUS, "1"},
-    {"outputs.json", MSG_TYPE_UAC_CONTROL, "0 0 0"},
+    {"inputs.json", "uac_control 0 0 0"},        {"usb-host.json", "usb_host_in1 1"},
+    {"ethernet.json", "ethernet_control 2 off"}, {"power.json", "power_status 1"},
+    {"outputs.json", "uac_control 0 0 0"},
 };
 
 class Kills : public TracedServiceTest {
@@ -30,18 +26,15 @@ protected:
     static void send_changes()
     {
         for (const Change& change : changes) {
-            send_text(change.type, change.text);
+            send_line(change.message);
         }
     }
 
     /// `statusctl check` finds a document that was left empty.
     static void expect_finding(const std::string& name)
     {
-        const std::filesystem::path tool =
-            std::filesystem::path(service_path()).replace_filename("statusctl");
-        const std::string command = tool.string() + " check >/tmp/check";
-        EXPECT_NE(std::system(command.c_str()), 0);  // NOLINT(cert-env33-c)
-        EXPECT_NE(read_file("/tmp/check").find("PROBLEM  " + name + ": empty"), std::string::npos);
+        EXPECT_NE(Tool({"check"}).wait(), 0);
+        EXPECT_NE(Tool::output().find("PROBLEM  " + name + ": empty"), std::string::npos);
     }
 
     /// A start over what the killed run has left: three documents stay as they are, two are
@@ -60,7 +53,7 @@ protected:
         EXPECT_EQ(text_of("usb-host.json").size(), 1096U);
         EXPECT_EQ(text_of("power.json").size(), 121U);
         // Only a status update builds what is left of an empty document.
-        send(MSG_TYPE_ETHERNET_STATUS, 0);
+        send_line("ethernet_status");
         send_changes();
         settle();
         // The last entry, be it of three or the only one.
@@ -89,14 +82,14 @@ TEST_F(Kills, AtEachCallOfAChangeLeaveTheOldTextNoneOrTheNew)
     };
     for (const Change& change : changes) {
         for (const Row& row : rows) {
-            SCOPED_TRACE(change.document + ", " + row.call + " " + std::to_string(row.when));
+            SCOPED_TRACE(std::string(change.document) + ", " + row.call + " " +
+                         std::to_string(row.when));
             const std::string before = text_of(change.document);
             const std::string injection = only_on(path_of(change.document)) +
                                           "-e inject=" + row.call +
                                           ":signal=KILL:when=" + std::to_string(row.when);
             under(
-                injection, [&] { send_text(change.type, change.text); },
-                [&] { EXPECT_EQ(wait_exit(), -1); });
+                injection, [&] { send_line(change.message); }, [&] { EXPECT_EQ(wait_exit(), -1); });
             if (row.left == Row::changed) {
                 EXPECT_FALSE(document(change.document).empty());
             } else {
@@ -120,7 +113,7 @@ TEST_F(Kills, AtAnyMomentUnderLoadLeaveGroundForTheNextStart)
     for (int round = 0; round < rounds; ++round) {
         for (int i = 0; i < 4; ++i) {
             send_changes();
-            send(MSG_TYPE_ETHERNET_STATUS, 0);
+            send_line("ethernet_status");
         }
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
         stop();

@@ -7,18 +7,19 @@
 #include <filesystem>
 #include <utility>
 
-#include "tests/video_test.h"
+#include "tests/table_test.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-class LinkStatus : public VideoTest {
+class LinkStatus : public TableTest {
 protected:
-    void expect_cost(const Action& action, const Accesses& of_inputs, const Accesses& of_usb_host)
+    void expect_cost(const std::string& line, const Accesses& of_inputs,
+                     const Accesses& of_usb_host)
     {
         Accesses cost = {};
-        EXPECT_EQ(accesses_by("usb-host.json", [&] { cost = cost_of(action); }), of_usb_host);
+        EXPECT_EQ(accesses_by("usb-host.json", [&] { cost = cost_of(line); }), of_usb_host);
         EXPECT_EQ(cost, of_inputs);
     }
 };
@@ -29,26 +30,27 @@ TEST_F(LinkStatus, DownEmptiesTheInputAloneAndUpRestoresNothing)
 {
     const Json::Value seeded = document("inputs.json")["inputs"];
     const Json::Value full = filled(document("inputs.json"));
-    for (const u8 port : {u8{0}, u8{1}, u8{5}}) {
-        SCOPED_TRACE(int{port});
+    for (const int port : {0, 1, 5}) {
+        const std::string link = "link_status port=" + std::to_string(port);
+        SCOPED_TRACE(link);
         const Json::ArrayIndex position = port == 1 ? 1 : 0;
-        replace("inputs.json", full);
-        expect_cost(link(port, 1), rewritten, no_access);
+        make_document("inputs.json", full);
+        expect_cost(link + " isConnect=1", rewritten, no_access);
         Json::Value up = full;
         up["inputs"][position]["video"]["connected"] = true;
         up["inputs"][position]["video"]["signal_type"] = port == 1 ? "DP" : "N/A";
         EXPECT_EQ(document("inputs.json"), up);
-        expect_cost(link(port, 1, 1), no_access, no_access);
+        expect_cost(link + " isConnect=1 isHpd=1", no_access, no_access);
 
-        replace("inputs.json", full);
-        expect_cost(link(port, 2, 1), rewritten, port == 1 ? rewritten : no_access);
+        make_document("inputs.json", full);
+        expect_cost(link + " isConnect=2 isHpd=1", rewritten, port == 1 ? rewritten : no_access);
         Json::Value down = full;
         Json::Value& entry = down["inputs"][position];
         entry["audio"] = seeded[position]["audio"];
         entry["video"] = seeded[position]["video"];
         entry["video"]["hdcp"]["control"]["allowed_hdcp_version"] = "left";
         EXPECT_EQ(document("inputs.json"), down);
-        expect_cost(link(port, 0), no_access, no_access);
+        expect_cost(link, no_access, no_access);
     }
 }
 
@@ -64,9 +66,9 @@ TEST_F(LinkStatus, DownEmptiesTheFirstUsbCPortOfIndex1)
         Json::Value root = parsed(R"({"usb_c": [{"index": 2}, {"connected": true},
                                      {"index": 1, "unknown": 0}, {"index": 1}]})");
         root["usb_c"][2]["charging"] = parsed(charging);
-        replace("usb-host.json", root);
-        link(1, 1)();
-        expect_cost(link(1, 0), rewritten, rewritten);
+        make_document("usb-host.json", root);
+        send_line("link_status port=1 isConnect=1");
+        expect_cost("link_status port=1", rewritten, rewritten);
         root["usb_c"][1]["index"] = Json::Value();  // created by the look for it
         root["usb_c"][2] = seeded;
         root["usb_c"][2]["charging"]["control"]["charging_enabled"] = charging_enabled;
@@ -76,14 +78,14 @@ TEST_F(LinkStatus, DownEmptiesTheFirstUsbCPortOfIndex1)
 
 TEST_F(LinkStatus, DownAnnouncesTheUsbCPortBeforeItWritesTheInput)
 {
-    send_text(MSG_TYPE_USB_HOST_IN1, "1");
+    send_line("usb_host_in1 1");
     settle();
     EXPECT_EQ(value_of("usb-host.json", ".usb_c[0].connected"), true);
     events.take_names();
 
     const int reader = open(inputs_document_path, O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(reader, LOCK_SH), 0);  // the writer empties the document, then waits
-    link(1, 0)();
+    send_line("link_status port=1");
     wait_until("the write of the input", [] { return fs::file_size(inputs_document_path) == 0; });
     EXPECT_EQ(value_of("usb-host.json", ".usb_c[0].connected"), false);
     EXPECT_EQ(events.take_names(), std::vector<std::string>{"e_usb_host_json_update"});
@@ -92,38 +94,22 @@ TEST_F(LinkStatus, DownAnnouncesTheUsbCPortBeforeItWritesTheInput)
     EXPECT_EQ(document("inputs.json")["inputs"].size(), 3U);
 }
 
-TEST_F(LinkStatus, RebuildsDocumentsThatAreGone)
-{
-    Json::Value inputs = parsed(R"({"inputs": [{"video": null}]})");
-    Json::Value& entry = inputs["inputs"][1] = document("inputs.json")["inputs"][1];
-    entry.removeMember("port_type");
-    entry.removeMember("index");
-    entry["video"]["hdcp"].removeMember("control");
-    fs::remove(inputs_document_path);
-    fs::remove(usb_host_document_path);
-    link(1, 0)();
-    settle();
-    EXPECT_EQ(document("inputs.json"), inputs);
-    EXPECT_EQ(document("usb-host.json"), parsed(R"({"usb_c": []})"));
-}
-
+// The signal type of the HDMI input, which has one port only, has its gate in its own suite.
 TEST_F(LinkStatus, GatesAllOtherReportsOfTheInput)
 {
-    for (const u8 port : {u8{0}, u8{1}}) {
-        std::vector<Action> reports = {signal(port, 1), timing(timing_1080p60, port), hdcp(port, 2),
-                                       audio(port, 1, 0, 0, 0)};
-        if (port == 0) {
-            reports.push_back(mode(port, 1));
-        }
-        const auto expect_each = [&](const std::string& state, const Accesses& cost) {
-            for (std::size_t number = 0; number < reports.size(); ++number) {
-                EXPECT_EQ(cost_of(reports[number]), cost) << state << ", report " << number;
+    for (const std::string port : {" port=0", " port=1"}) {
+        const auto expect_each = [&](const Accesses& cost) {
+            for (const std::string report :
+                 {"video_status isStable=1", "hdcp_status status=2", "audio_status isStable=1",
+                  "video_timing pixel_clock=1 h_total_pixels=9 h_active_pixels=8 "
+                  "v_total_pixels=9 v_active_pixels=8 v_sync_frequency_hz=60"}) {
+                EXPECT_EQ(cost_of(report + port), cost) << report + port;
             }
         };
-        expect_each("before any link report", rewritten);
-        link(port, 0)();
-        expect_each("link down", no_access);
-        link(port, 1)();
-        expect_each("link up", rewritten);
+        expect_each(rewritten);
+        send_line("link_status isConnect=0" + port);
+        expect_each(no_access);
+        send_line("link_status isConnect=1" + port);
+        expect_each(rewritten);
     }
 }

@@ -50,35 +50,23 @@ protected:
     /// Leaves nothing as it was, whatever was said before.
     std::map<std::string, std::string> texts_after_last_messages()
     {
-        for (std::uint8_t port : {std::uint8_t{0}, std::uint8_t{1}}) {
-            send_record(MSG_TYPE_LINK_STATUS, CmdDataLinkStatus{port, 0, 0, 0});
-            send_record(MSG_TYPE_LINK_STATUS, CmdDataLinkStatus{port, 1, 1, 0});
-            send_record(MSG_TYPE_VIDEO_STATUS,
-                        CmdDataVideoStatus{port, 1, 0, 0, 1920, 1080, 60, 1, 1, 0, 0, 1, {}});
-            const VideoTimingFields timing = {port, 0,    148500000, 2200, 1920, 44, 148, 88, 67500,
-                                              1,    1125, 1080,      5,    36,   4,  60,  1};
-            send_record(MSG_TYPE_VIDEO_TIMING, CmdDataVideoTiming{timing, 0, {}});
-            send_record(MSG_TYPE_HDCP_STATUS, CmdDataHDCPStatus{port, 1, 2, 0});
-            send_record(MSG_TYPE_AUDIO_STATUS,
-                        CmdDataAudioStatus{port, 0, 1, 0, 0, 2, 0, 2, 0, {}});
-            send_text(MSG_TYPE_HDCP_VERSION, std::to_string(port) + " 1");
+        for (const std::string port : {" port=0", " port=1"}) {
+            for (const char* report :
+                 {"link_status isConnect=0", "link_status isConnect=1 isHpd=1",
+                  "video_status isStable=1 colorspace=1 deepcolor=1 color_range=1",
+                  "video_timing pixel_clock=148500000 h_total_pixels=2200 h_active_pixels=1920 "
+                  "v_total_pixels=1125 v_active_pixels=1080 v_sync_frequency_hz=60",
+                  "hdcp_status status=2", "audio_status isStable=1 sampleFreq=2 channels=2"}) {
+                send_line(report + port);
+            }
         }
-        send_record(MSG_TYPE_HDMI_VIDEO_MODE, CmdDataHdmiVideoMode{0, 2, {}});
-        TypeC_Info partner = {};
-        partner.PeerDeviceVID = 0x1D6B;
-        for (const auto& [type, text] : {std::pair<std::uint32_t, const char*>{8, "1"},
-                                         {9, "1"},
-                                         {9, "2"},
-                                         {11, "1"},
-                                         {14, "0 1 1"},
-                                         {15, "1"},
-                                         {16, "1"},
-                                         {10, "3 off"},
-                                         {10, "4 on 1"},
-                                         {6, ""}}) {
-            send_text(type, text);
+        for (const char* message :
+             {"hdcp_version 0 1", "hdcp_version 1 1", "hdmi_video_mode mode=2", "power_status 1",
+              "power_v_value 1", "power_v_value 2", "charger_status 1", "uac_control 0 1 1",
+              "usb_host_in2 1", "usb_host_in1 1", "ethernet_control 3 off",
+              "ethernet_control 4 on 1", "ethernet_status", "typec_info PeerDeviceVID=0x1D6B"}) {
+            send_line(message);
         }
-        send_record(MSG_TYPE_TYPEC_INFO, partner);
         settle();
         return texts();
     }
@@ -108,11 +96,11 @@ TEST_F(Load, LosesNoEventWhereTheDelayedOneMeetsAFloodOfOthers)
 {
     int sent = 0;
     for (int round = 1; round <= load_factor(); ++round) {
-        send_text(MSG_TYPE_HDCP_VERSION, round % 2 == 0 ? "0 1" : "0 0");
+        send_line(round % 2 == 0 ? "hdcp_version 0 1" : "hdcp_version 0 0");
         wait_until("the delayed event", [&] {
             count_events();
             while (sent - counts_["e_power_json_update"] < 64) {
-                send_text(MSG_TYPE_POWER_STATUS, "1");
+                send_line("power_status 1");
                 ++sent;
             }
             return counts_["e_input_json_update"] == round;
@@ -133,7 +121,7 @@ TEST_F(Load, LeavesNothingBehind)
             send_any();
         }
         // All before it is done when its event comes.
-        send(MSG_TYPE_ETHERNET_STATUS, 0);
+        send_line("ethernet_status");
         wait_until("the batch", [&] {
             count_events();
             return counts_["e_ethernet_json_update"] == batch;

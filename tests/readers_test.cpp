@@ -23,9 +23,7 @@ protected:
     void SetUp() override
     {
         ServiceTest::SetUp();
-        CmdDataVideoStatus stable = {};
-        stable.isStable = 1;
-        send_record(MSG_TYPE_VIDEO_STATUS, stable);
+        send_line("video_status isStable=1");
         for (int number : {0, 1}) {
             send_timing(number);
             settle();
@@ -36,13 +34,19 @@ protected:
     /// Two timings that differ in all fields but one.
     static void send_timing(int number)
     {
-        CmdDataVideoTiming message = {};
-        message.timing = number == 0
-                             ? VideoTimingFields{0, 0,    148500000, 2200, 1920, 44, 148, 88, 67500,
-                                                 1, 1125, 1080,      5,    36,   4,  60,  1}
-                             : VideoTimingFields{0, 1,   27000000, 858, 720, 62, 60, 16, 31469,
-                                                 0, 525, 480,      6,   30,  9,  30, 0};
-        send_record(MSG_TYPE_VIDEO_TIMING, message);
+        send_line(number == 0
+                      ? "video_timing scan_mode=0 pixel_clock=148500000 h_total_pixels=2200 "
+                        "h_active_pixels=1920 h_sync_pulse_width=44 h_sync_back_porch=148 "
+                        "h_sync_front_porch=88 h_sync_frequency_hz=67500 h_sync_polarity=1 "
+                        "v_total_pixels=1125 v_active_pixels=1080 v_sync_pulse_width=5 "
+                        "v_sync_back_porch=36 v_sync_front_porch=4 v_sync_frequency_hz=60 "
+                        "v_sync_polarity=1"
+                      : "video_timing scan_mode=1 pixel_clock=27000000 h_total_pixels=858 "
+                        "h_active_pixels=720 h_sync_pulse_width=62 h_sync_back_porch=60 "
+                        "h_sync_front_porch=16 h_sync_frequency_hz=31469 h_sync_polarity=0 "
+                        "v_total_pixels=525 v_active_pixels=480 v_sync_pulse_width=6 "
+                        "v_sync_back_porch=30 v_sync_front_porch=9 v_sync_frequency_hz=30 "
+                        "v_sync_polarity=0");
     }
 
     Found judge(const char* text, ssize_t size)

@@ -23,6 +23,8 @@
 
 #include <json/reader.h>
 
+#include "tools/statusctl/compose_datagram.h"
+#include "tools/statusctl/message_types.h"
 #include "tools/statusctl/schema_check.h"
 
 namespace fs = std::filesystem;
@@ -290,6 +292,20 @@ void ServiceTest::send(std::uint32_t type, std::uint32_t length, const std::stri
 void ServiceTest::send_text(std::uint32_t type, const std::string& text)
 {
     send(type, static_cast<std::uint32_t>(text.size()), text);
+}
+
+void ServiceTest::send_line(const std::string& line)
+{
+    std::istringstream words(line);
+    std::string verb;
+    std::string type;
+    std::string text;
+    if (words >> verb >> type; verb == "text") {
+        std::getline(words.ignore(), text);
+        send_text(statusctl::find_message_kind(type)->type, text);
+    } else {
+        send(statusctl::datagram_from_words(statusctl::split_words(line)));
+    }
 }
 
 // An unknown type changes no document, and its line comes when all messages before it are done.

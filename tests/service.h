@@ -16,6 +16,7 @@
 
 #include <gtest/gtest.h>
 #include <json/value.h>
+#include <json/writer.h>
 
 #include "core/messages.h"
 #include "core/paths.h"
@@ -26,6 +27,7 @@ using Accesses = std::pair<int, int>;
 constexpr Accesses no_access = {0, 0};
 constexpr Accesses only_read = {1, 0};
 constexpr Accesses rewritten = {1, 1};
+constexpr Accesses created = {0, 1};
 
 using Action = std::function<void()>;
 
@@ -75,12 +77,8 @@ protected:
     static void send(std::uint32_t type, std::uint32_t length, const std::string& payload = "");
     /// Sends a text with its true length, without a zero byte.
     static void send_text(std::uint32_t type, const std::string& text);
-    /// Sends a record of core/messages.h.
-    template <typename Record>
-    static void send_record(std::uint32_t type, const Record& record)
-    {
-        send(type, sizeof record, {reinterpret_cast<const char*>(&record), sizeof record});
-    }
+    /// Sends a message in the words of `statusctl send`, or, with "text TYPE ...", any text.
+    static void send_line(const std::string& line);
     /// Waits until all that was sent has been worked through, documents and direct events
     /// included.
     void settle();

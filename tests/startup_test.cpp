@@ -103,7 +103,7 @@ TEST_F(Startup, KeepsThreeDocumentsOverARestartAndResetsTwo)
 
 TEST_F(Startup, PublishesTheFirstReportOverAnEqualDocument)
 {
-    const auto report = [] { send_record(MSG_TYPE_LINK_STATUS, CmdDataLinkStatus{0, 0, 0, 0}); };
+    const auto report = [] { send_line("link_status"); };
     start();
     report();
     settle();
@@ -118,7 +118,7 @@ TEST_F(Startup, GoesOnWithoutAFolderForTheDocuments)
 {
     write_file(status_directory, "a file in the folder's place");
     start();
-    send_text(MSG_TYPE_POWER_V_VALUE, "5");
+    send_line("power_v_value 5");
     settle();
     EXPECT_EQ(take_standard_error(), "open for write_json_to_file: Not a directory\n");
     EXPECT_EQ(events.take_names(), std::vector<std::string>{});

@@ -1,5 +1,4 @@
 /// statusctl, driven as people and scripts drive it.
-#include <fcntl.h>
 #include <linux/capability.h>
 #include <linux/netlink.h>
 #include <sys/prctl.h>
@@ -14,62 +13,11 @@
 #include <filesystem>
 #include <thread>
 
-#include "tests/service.h"
+#include "tests/tool.h"
 
 namespace {
 
 using Words = std::vector<std::string>;
-
-/// A statusctl that runs, with its output in files of the sandbox.
-class Tool {
-public:
-    explicit Tool(
-        Words words, const std::string& input = "", const Action& prepare = [] {})
-    {
-        const char* const files[] = {"/tmp/in", "/tmp/out", "/tmp/err"};
-        for (const char* file : files) {
-            write_file(file, file == files[0] ? input : "");
-        }
-        words.insert(words.begin(),
-                     std::filesystem::read_symlink("/proc/self/exe").replace_filename("statusctl"));
-        pid = fork();
-        if (pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            prepare();
-            std::vector<char*> arguments;
-            for (std::string& word : words) {
-                arguments.push_back(word.data());
-            }
-            arguments.push_back(nullptr);
-            for (int stream = 0; stream < 3; ++stream) {
-                dup2(open(files[stream], O_RDWR | O_APPEND | O_CLOEXEC), stream);
-            }
-            execv(arguments[0], arguments.data());
-            _exit(127);
-        }
-    }
-
-    int wait() const
-    {
-        int status = 0;
-        waitpid(pid, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    /// Asks it to end; gives its exit status.
-    int end() const
-    {
-        kill(pid, SIGTERM);
-        return wait();
-    }
-
-    pid_t pid;
-};
-
-// clang-format off
-std::string output() { return read_file("/tmp/out"); }
-std::string complaint() { return read_file("/tmp/err"); }
-// clang-format on
 
 /// Checks that the tool gives this status and nothing but this text: its output with status 0,
 /// else its complaint.
@@ -78,13 +26,13 @@ void expect_result(const Words& words, int status, const std::string& text,
 {
     SCOPED_TRACE(::testing::PrintToString(words));
     EXPECT_EQ(Tool(words, input).wait(), status);
-    EXPECT_EQ(output(), status == 0 ? text : "");
-    EXPECT_EQ(complaint(), status == 0 ? "" : "statusctl: " + text + "\n");
+    EXPECT_EQ(Tool::output(), status == 0 ? text : "");
+    EXPECT_EQ(Tool::complaint(), status == 0 ? "" : "statusctl: " + text + "\n");
 }
 
 void wait_output(const std::string& part)
 {
-    wait_until(part, [&part] { return output().find(part) != std::string::npos; });
+    wait_until(part, [&part] { return Tool::output().find(part) != std::string::npos; });
 }
 
 /// Sends an event as any process of the user can.
@@ -270,15 +218,15 @@ TEST_F(Statusctl, WatchShowsChangesAtEventsAndThoseOfTheSilentDocument)
     start();
     const Tool watch({"watch", "--json"});
     wait_output(R"("document":"outputs","state":{"outputs":[{"audio":{)");
-    send_text(MSG_TYPE_POWER_STATUS, "1");
+    send_line("power_status 1");
     wait_output(adapter);
-    send_text(MSG_TYPE_UAC_CONTROL, "0 1 0");
+    send_line("uac_control 0 1 0");
     wait_output(silent);
     stop();
     start();  // writes power.json anew and announces nothing
     wait_output(poe);
     EXPECT_EQ(watch.end(), 0);
-    EXPECT_EQ(complaint(), "");
+    EXPECT_EQ(Tool::complaint(), "");
 }
 
 TEST_F(Statusctl, WatchDoesWithoutEventsWhereTheyAreNotPermitted)
@@ -286,10 +234,10 @@ TEST_F(Statusctl, WatchDoesWithoutEventsWhereTheyAreNotPermitted)
     start();
     const Tool watch({"watch", "--json"}, "", [] { prctl(PR_CAPBSET_DROP, CAP_NET_ADMIN); });
     wait_output(R"("document":"outputs","state")");
-    send_text(MSG_TYPE_POWER_STATUS, "1");
+    send_line("power_status 1");
     wait_output(adapter);
     EXPECT_EQ(watch.end(), 0);
-    EXPECT_EQ(complaint(),
+    EXPECT_EQ(Tool::complaint(),
               "statusctl: without events (Operation not permitted, they need "
               "CAP_NET_ADMIN); watching the files instead\n");
 }
@@ -305,8 +253,8 @@ TEST_F(Statusctl, AnEventIsAHintOfThoseWhoMayGiveIt)
     write_document("power.json", R"({"power":{"power_source":"Adapter"}})");
     send_event("e_power_json_update");
     wait_output(adapter);
-    EXPECT_EQ(output().find(R"("document":"ethernet","new")"), std::string::npos);
-    EXPECT_NE(output().find(R"("old":11900,"path":"power.measured_power_voltage_v")"),
+    EXPECT_EQ(Tool::output().find(R"("document":"ethernet","new")"), std::string::npos);
+    EXPECT_NE(Tool::output().find(R"("old":11900,"path":"power.measured_power_voltage_v")"),
               std::string::npos);
     send_event("e_ethernet_json_update");
     wait_output(R"("document":"ethernet","new":[],"old":{)");
@@ -323,7 +271,7 @@ TEST_F(Statusctl, AnEventIsAHintOfThoseWhoMayGiveIt)
     wait_output(R"("document":"power","problem":"Line 2, Column 2 Missing '}')");
     std::filesystem::remove_all(status_directory);
     EXPECT_EQ(watch.wait(), 1);
-    EXPECT_EQ(complaint(), "statusctl: /var/run/status is gone\n");
+    EXPECT_EQ(Tool::complaint(), "statusctl: /var/run/status is gone\n");
 }
 
 TEST_F(Statusctl, WatchIsReadableAndEndsByItself)
@@ -331,17 +279,17 @@ TEST_F(Statusctl, WatchIsReadableAndEndsByItself)
     start();
     const Tool watch({"watch", "power", "--count", "1"});
     wait_output("power.power_source                                 \"PoE\"\n");
-    send_text(MSG_TYPE_POWER_V_VALUE, "7");
+    send_line("power_v_value 7");
     EXPECT_EQ(watch.wait(), 0);
-    const std::string text = output();
+    const std::string text = Tool::output();
     EXPECT_EQ(text.substr(text.rfind("  power  ")),
               "  power     power.measured_power_current_a                     0 -> 7\n");
     EXPECT_EQ(Tool({"watch", "--changes-only", "--for", "0.01"}).wait(), 0);
-    EXPECT_EQ(output(), "");
+    EXPECT_EQ(Tool::output(), "");
     stop();
     write_document("power.json", R"({"a":"b\" -> \"\\"})");
     EXPECT_EQ(Tool({"watch", "power", "--for", "0.01"}).wait(), 0);
-    EXPECT_NE(output().find(R"( "b\" -> \"\\")"), std::string::npos) << output();
+    EXPECT_NE(Tool::output().find(R"( "b\" -> \"\\")"), std::string::npos) << Tool::output();
     std::filesystem::remove_all(status_directory);
     expect_result({"watch"}, 1, "can't watch /var/run/status: No such file or directory");
 }

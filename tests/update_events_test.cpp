@@ -7,13 +7,13 @@
 #include <fstream>
 #include <thread>
 
-#include "tests/service.h"
+#include "tests/table_test.h"
 
 namespace {
 
 using std::chrono::seconds;
 using Names = std::vector<std::string>;
-using UpdateEvents = ServiceTest;
+using UpdateEvents = TableTest;
 
 const std::string input_event = "e_input_json_update";
 
@@ -21,7 +21,7 @@ const std::string input_event = "e_input_json_update";
 
 TEST_F(UpdateEvents, HaveTheirNameAndZerosInAMessageOfFullSize)
 {
-    send_text(MSG_TYPE_POWER_STATUS, "1");
+    send_line("power_status 1");
     nlmsghdr header = {};
     header.nlmsg_len = 1040;
     header.nlmsg_pid = static_cast<std::uint32_t>(service_pid());
@@ -31,47 +31,20 @@ TEST_F(UpdateEvents, HaveTheirNameAndZerosInAMessageOfFullSize)
     EXPECT_EQ(events.wait().bytes, expected);
 }
 
-TEST_F(UpdateEvents, FollowEachWriteAtOnce)
-{
-    const std::string ethernet = "e_ethernet_json_update";
-    const std::string usb_host = "e_usb_host_json_update";
-    const std::string power = "e_power_json_update";
-    const struct {
-        std::uint32_t type;
-        const char* text;
-        Names names;
-    } rows[] = {
-        {MSG_TYPE_POWER_STATUS, "1", {power}},
-        {MSG_TYPE_POWER_STATUS, "1", {power}},  // the same again is written again
-        {MSG_TYPE_POWER_V_VALUE, "7", {power}},
-        {MSG_TYPE_POWER_V_VALUE, "7", {}},
-        {MSG_TYPE_ETHERNET_CONTROL, "1 on", {ethernet}},
-        {MSG_TYPE_ETHERNET_STATUS, "", {ethernet}},
-        {MSG_TYPE_USB_HOST_IN1, "1", {usb_host}},
-        {MSG_TYPE_USB_HOST_IN2, "1", {usb_host}},
-        {MSG_TYPE_CHARGER_STATUS, "1", {usb_host}},
-        {MSG_TYPE_CHARGER_STATUS, "1", {}},
-        {MSG_TYPE_UAC_CONTROL, "0 1 1", {}},  // inputs.json and outputs.json
-    };
-    for (const auto& row : rows) {
-        send_text(row.type, row.text);
-        settle();
-        EXPECT_EQ(events.take_names(), row.names) << row.type << " " << row.text;
-    }
-}
+PLAYED_TEST(UpdateEvents, FollowEachWriteAtOnce)
 
 // Each write starts the three seconds anew, what writes nothing does not, and `outputs.json`,
 // which every message here rewrites as well, has no event.
 TEST_F(UpdateEvents, OfInputsComesThreeSecondsAfterTheLastWriteOfABurst)
 {
-    const auto write_inputs = [] { send_text(MSG_TYPE_UAC_CONTROL, "0 1 1"); };
-    const auto write_nothing = [] { send_text(MSG_TYPE_HDCP_VERSION, "0 2"); };
+    const auto write_inputs = [] { send_line("uac_control 0 1 1"); };
+    const auto write_nothing = [] { send_line("hdcp_version 0 2"); };
     write_inputs();
     write_inputs();
     std::this_thread::sleep_for(seconds(2));
     const auto last_write = std::chrono::steady_clock::now();
     write_inputs();
-    send_text(MSG_TYPE_USB_HOST_IN1, "1");
+    send_line("usb_host_in1 1");
     std::this_thread::sleep_for(seconds(2));
     EXPECT_EQ(accesses_by("inputs.json", write_nothing), (Accesses{1, 0}));
 
@@ -94,14 +67,14 @@ TEST_F(UpdateEvents, OfInputsComesThreeSecondsAfterTheLastWriteOfABurst)
 TEST_F(UpdateEvents, OfBothThreadsDoNotPushEachOtherOut)
 {
     const auto in_two_seconds = std::chrono::steady_clock::now() + seconds(2);
-    send_text(MSG_TYPE_UAC_CONTROL, "0 1 1");
+    send_line("uac_control 0 1 1");
     std::this_thread::sleep_until(in_two_seconds);
     std::ptrdiff_t input_events = 0;
     while (input_events == 0 && !HasFailure() &&
            std::chrono::steady_clock::now() < in_two_seconds + seconds(10)) {
         Names names;
         for (int number = 0; number < 32; ++number) {
-            send_text(MSG_TYPE_POWER_STATUS, "1");
+            send_line("power_status 1");
         }
         while (std::count(names.begin(), names.end(), "e_power_json_update") < 32 &&
                !HasFailure()) {
@@ -116,14 +89,14 @@ TEST_F(UpdateEvents, AnnounceAlsoAWriteThatFailed)
 {
     ASSERT_EQ(mount("full", status_directory, "tmpfs", 0, "size=4096"), 0) << std::strerror(errno);
     std::ofstream(path_of("filler")) << std::string(1 << 20, 'x');
-    send_text(MSG_TYPE_POWER_V_VALUE, "7");
+    send_line("power_v_value 7");
     settle();
     EXPECT_EQ(events.take_names(), Names{"e_power_json_update"});
     EXPECT_EQ(take_standard_error(), "write json file: No space left on device\n");
     EXPECT_EQ(text_of("power.json"), "");
 
     write_document("filler", "");
-    send_text(MSG_TYPE_POWER_V_VALUE, "8");
+    send_line("power_v_value 8");
     settle();
     EXPECT_EQ(value_of("power.json", ".power.measured_power_current_a"), 8);
     EXPECT_EQ(umount2(status_directory, MNT_DETACH), 0);

@@ -6,7 +6,7 @@
 #include <tuple>
 #include <utility>
 
-#include "tests/video_test.h"
+#include "tests/table_test.h"
 
 namespace fs = std::filesystem;
 
@@ -14,6 +14,10 @@ namespace {
 
 using Timing = VideoTimingFields;
 using Change = void (*)(Timing& timing);
+
+constexpr Timing timing_1080p60 = {
+    0, 0, 148500000, 2200, 1920, 44, 148, 88, 67500, 1, 1125, 1080, 5, 36, 4, 60, 1,
+};
 
 Timing changed(Change change)
 {
@@ -53,6 +57,8 @@ const std::string other_driver_file =
     "Progressive HPos VPos";
 const std::string junk("\0\xFF[%s%n\x80\n\0\n", 11);
 
+constexpr const char* rate_path = ".inputs[0].video.refresh_rate_hz";
+
 std::string read_line(int port)
 {
     return "refresh current play timing from videoip. port=" + std::to_string(port);
@@ -67,12 +73,12 @@ void publish_1080p60(Json::Value& video)
     }
 }
 
-class VideoTiming : public VideoTest {
+class VideoTiming : public TableTest {
 protected:
     void SetUp() override
     {
         fs::remove_all(videoip_timing_path);
-        VideoTest::SetUp();
+        TableTest::SetUp();
     }
 
     static void write_driver_file(const char* from, const std::string& to)
@@ -81,9 +87,20 @@ protected:
         write_file(videoip_timing_path, file.replace(file.find(from), std::strlen(from), to));
     }
 
+    static Action line(const std::string& words)
+    {
+        return [words] { send_line(words); };
+    }
     static Action start(const std::string& port)
     {
-        return text(MSG_TYPE_VIDEO_START_WORKING, port);
+        return line("text video_start_working " + port);
+    }
+    static Action timing(Timing fields, std::uint8_t port = 0)
+    {
+        fields.port = port;
+        const CmdDataVideoTiming record = {fields, 1, {}};
+        const std::string payload(reinterpret_cast<const char*>(&record), sizeof record);
+        return [payload] { send_text(MSG_TYPE_VIDEO_TIMING, payload); };
     }
 
     /// Checks what `action` costs, and that it logs this line alone.
@@ -173,7 +190,7 @@ TEST_F(VideoTiming, IsPublishedWholeWhereOneFieldDiffers)
     for (const auto& [change, member, value] : rows) {
         SCOPED_TRACE(member);
         EXPECT_EQ(cost_of(timing(timing_1080p60)), rewritten);
-        replace("inputs.json", full);
+        make_document("inputs.json", full);
         EXPECT_EQ(cost_of(timing(changed(change))), rewritten);
         Json::Value expected = parsed(published_1080p60)["timing"];
         expected[member] = value;
@@ -192,17 +209,19 @@ TEST_F(VideoTiming, IsPublishedWithItsRateWhateverItIsKnownFrom)
     };
     // Only the low byte of a polarity is remembered: such a timing differs from itself.
     const Action wide = timing(changed([](Timing& t) { t.v_sync_polarity = 0x0101; }));
-    follow(".inputs[0].video.refresh_rate_hz", {{rates(0, 67770), rewritten, 60.24},
-                                                {rates(0, 0), rewritten, 0.0},
-                                                {wide, rewritten, 60.0},
-                                                {wide, rewritten, 60.0}});
+    const std::pair<Action, double> rows[] = {
+        {rates(0, 67770), 60.24}, {rates(0, 0), 0.0}, {wide, 60.0}, {wide, 60.0}};
+    for (const auto& [action, rate] : rows) {
+        EXPECT_EQ(cost_of(action), rewritten);
+        EXPECT_EQ(value_of("inputs.json", rate_path), rate);
+    }
     EXPECT_EQ(value_of("inputs.json", ".inputs[0].video.timing.v_sync_polarity"), "N/A");
 }
 
 TEST_F(VideoTiming, IsPublishedForTheInputOfItsPort)
 {
     Json::Value expected = filled(document("inputs.json"));
-    replace("inputs.json", expected);
+    make_document("inputs.json", expected);
     EXPECT_EQ(cost_of(timing(timing_1080p60, 0)), rewritten);
     EXPECT_EQ(cost_of(timing(timing_1080p60, 2)), no_access);
     EXPECT_EQ(cost_of(timing(timing_1080p60, 255)), no_access);
@@ -228,14 +247,23 @@ TEST_F(VideoTiming, IsDroppedWithoutASignal)
 {
     write_driver_file("", "");
     const Action report = timing(timing_1080p60);
-    const std::vector<Step> steps = {
-        {link(0, 1), rewritten, 0},   {report, rewritten, 60.0},     {report, no_access, 60.0},
-        {signal(0, 0), rewritten, 0}, {report, no_access, 0},        {start("0"), no_access, 0},
-        {signal(0, 2), rewritten, 0}, {start("0"), rewritten, 60.0}, {report, no_access, 60.0},
-        {signal(0, 0), rewritten, 0}, {signal(0, 1), rewritten, 0},  {report, rewritten, 60.0},
-        {link(0, 0), rewritten, 0},   {report, no_access, 0},        {start("0"), no_access, 0},
+    const Action up = line("link_status isConnect=1");
+    const Action down = line("link_status");
+    const Action stable = line("video_status isStable=2");
+    const Action lost = line("video_status");
+    const std::tuple<Action, Accesses, Json::Value> steps[] = {
+        {up, rewritten, 0},     {report, rewritten, 60.0},     {report, no_access, 60.0},
+        {lost, rewritten, 0},   {report, no_access, 0},        {start("0"), no_access, 0},
+        {stable, rewritten, 0}, {start("0"), rewritten, 60.0}, {report, no_access, 60.0},
+        {lost, rewritten, 0},   {stable, rewritten, 0},        {report, rewritten, 60.0},
+        {down, rewritten, 0},   {report, no_access, 0},        {start("0"), no_access, 0},
     };
-    follow(".inputs[0].video.refresh_rate_hz", steps);
+    int number = 0;
+    for (const auto& [action, cost, rate] : steps) {
+        SCOPED_TRACE("step " + std::to_string(++number));
+        EXPECT_EQ(cost_of(action), cost);
+        EXPECT_EQ(value_of("inputs.json", rate_path), rate);
+    }
 }
 
 TEST_F(VideoTiming, IsReadFromWhateverTheDriverWrites)

@@ -1,0 +1,47 @@
+#include "tests/tool.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+Tool::Tool(std::vector<std::string> words, const std::string& input, const Action& prepare)
+{
+    const char* const files[] = {"/tmp/in", "/tmp/out", "/tmp/err"};
+    for (const char* file : files) {
+        write_file(file, file == files[0] ? input : "");
+    }
+    words.insert(words.begin(),
+                 std::filesystem::read_symlink("/proc/self/exe").replace_filename("statusctl"));
+    pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        prepare();
+        std::vector<char*> arguments;
+        for (std::string& word : words) {
+            arguments.push_back(word.data());
+        }
+        arguments.push_back(nullptr);
+        for (int stream = 0; stream < 3; ++stream) {
+            dup2(open(files[stream], O_RDWR | O_APPEND | O_CLOEXEC), stream);
+        }
+        execv(arguments[0], arguments.data());
+        _exit(127);
+    }
+}
+
+int Tool::wait() const
+{
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+int Tool::end() const
+{
+    kill(pid, SIGTERM);
+    return wait();
+}
