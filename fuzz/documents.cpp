@@ -7,13 +7,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace {
 
+constexpr const char* timing =
+    "video_timing port=1 pixel_clock=148500000 h_total_pixels=2200 h_active_pixels=1920 "
+    "v_total_pixels=1125 v_active_pixels=1080 v_sync_frequency_hz=60";
+
 constexpr const char* touches[] = {
     "link_status isConnect=1 isHpd=1",
     "link_status port=1 isConnect=0",
     "video_status port=1 isStable=1 colorspace=2 deepcolor=1 color_range=2",
     "video_status",
-    "video_timing port=1 pixel_clock=148500000 h_total_pixels=2200 h_active_pixels=1920 "
-    "v_total_pixels=1125 v_active_pixels=1080 v_sync_frequency_hz=60",
+    timing,
     "hdmi_video_mode mode=2",
     "hdcp_status status=2",
     "hdcp_version 1 1",

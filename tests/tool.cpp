@@ -21,6 +21,7 @@ Tool::Tool(std::vector<std::string> words, const std::string& input, const Actio
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         prepare();
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (std::string& word : words) {
             arguments.push_back(word.data());
         }
