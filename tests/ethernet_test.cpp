@@ -1,6 +1,6 @@
 /// The Ethernet ports: the driver's file, the control of the ports and the rule for LAN4.
 #include <filesystem>
-#include <tuple>
+#include <utility>
 
 #include "tests/table_test.h"
 
@@ -81,29 +81,7 @@ TEST_F(Ethernet, WritesAndAnnouncesEveryUpdate)
 TEST_F(Ethernet, GivesLan4ALinkByItsRule)
 {
     drive("0 0 0 0 0 0 0 0 0 1 0 0");
-    const std::tuple<const char*, const char*, bool> rows[] = {
-        {"the plug is in", "usb_host_in2 1", true},
-        {"its state is not 1", "usb_host_in2 5", false},
-        {"the other plug", "usb_host_in1 1", false},
-        {"the plug again", "usb_host_in2 1", true},
-        {"the USB-C input, not reported", "ethernet_control 4 on 1", false},
-        {"connected", "link_status port=1 isConnect=1", true},
-        {"not connected", "link_status port=1", false},
-        {"connected again", "link_status port=1 isConnect=1", true},
-        {"nothing is selected", "ethernet_control 4 on 2", false},
-        {"another port's number", "ethernet_control 3 on 1", false},
-        {"negative", "ethernet_control 4 on -1", false},
-        {"the plug, as no number is 0", "ethernet_control 4 on", true},
-        {"disabled", "ethernet_control 4 off 0", false},
-        {"the USB-C input, enabled", "ethernet_control 4 on 1", true},
-        {"a word that is too long", "text ethernet_control 4 onwardsx 1", false},
-        {"the plug, enabled", "ethernet_control 4 on 0", true},
-    };
-    EXPECT_EQ(links_after_update(), down);
-    for (const auto& [what, message, is_up] : rows) {
-        send_line(message);
-        EXPECT_EQ(links_after_update(), is_up ? "- - - 10Mbps/HALF " : down) << what;
-    }
+    play();
 }
 
 TEST_F(Ethernet, EnablesPortsByTheWordOnAlone)

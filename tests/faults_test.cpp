@@ -42,18 +42,13 @@ struct Fault {
 
 TEST_F(Faults, OfACycleAreToldAndTheNextChangeIsPublished)
 {
+    constexpr const char* not_opened = "open for write_json_to_file: ";
     const Fault faults[] = {
         {"openat", 1, true, {ENOENT, EACCES, EMFILE, EIO}, "", true, Left::rebuilt},
         {"read", 1, true, {EIO, EISDIR}, "", true, Left::rebuilt},
         {"read", 1, true, {EINTR}, "", true, Left::changed},
         {"close", 1, true, {EIO}, "", true, Left::changed},
-        {"openat",
-         2,
-         true,
-         {EACCES, EMFILE, ENOSPC, EROFS},
-         "open for write_json_to_file: ",
-         false,
-         Left::old},
+        {"openat", 2, true, {EACCES, EMFILE, ENOSPC, EROFS}, not_opened, false, Left::old},
         {"flock", 1, true, {EINTR, ENOLCK}, "flock LOCK_EX: ", false, Left::empty},
         {"write", 1, true, {ENOSPC, EIO, EINTR}, "write json file: ", true, Left::empty},
         {"fsync", 1, true, {EIO, ENOSPC}, "", true, Left::changed},

@@ -8,7 +8,7 @@
 #include <numeric>
 #include <tuple>
 
-#include "tests/service.h"
+#include "tests/table_test.h"
 
 namespace {
 
@@ -119,41 +119,15 @@ TEST_F(MessageRoad, LogsEveryFieldOfEveryRecord)
 
 TEST_F(MessageRoad, ReadsTheNumbersOfEveryText)
 {
-    const std::string power = "Power status message received Power status=";
-    const std::string current = "Power MSG_TYPE_POWER_V_VALUE message received Power status=";
-    const std::string select = "USB Ethernet select status received usb_eth_select=";
-    const std::string charger = "USB-C Charger status message received charging_enabled=";
-    const std::string hdcp = "HDCP Version status message received hdcp_port=";
-    const std::string audio = "USB Audio control message received uac_port=";
-    const std::string in2 = "USB Host IN2 status message received usb_host_plug_status=";
-    const std::string in1 = "USB Host IN1 status message received usb_host_in1_plug_status=";
-    const std::string invalid = "invalid current play port for video start working message: ";
-    const std::tuple<std::uint32_t, std::string, Lines> rows[] = {
-        // clang-format off
-        {8, "1", {power + "1"}},                   {8, " -12abc", {power + "-12"}},
-        {8, "", {power + "0"}},                    {8, "2147483647", {power + "2147483647"}},
-        {8, std::string("7\0008", 3), {power + "7"}},
-        {9, "+1200", {current + "1200"}},          {9, "mA", {current + "0"}},
-        {10, "4 on 1", {select + "1"}},            {10, "4 on", {select + "0"}},
-        {10, "4\n\ton\t-5", {select + "-5"}},      {10, "4 disable9", {select + "9"}},
-        {10, "4 disabled 9", {select + "0"}},      {10, "off", {}},
-        {10, "2 on 1", {}},                        {10, "5 on 1", {}},
-        {11, "1", {charger + "1"}},                {11, "on", {charger + "0"}},
-        {12, "1 2", {hdcp + "1, hdcp_cap=2"}},     {12, "1", {hdcp + "1, hdcp_cap=0"}},
-        {12, "1,2", {hdcp + "1, hdcp_cap=0"}},
-        {14, "1 2 3", {audio + "1, enabled=2, uac_plug_flag=3"}},
-        {14, "1", {audio + "1, enabled=0, uac_plug_flag=0"}},
-        {14, "1 x 3", {audio + "1, enabled=0, uac_plug_flag=0"}},
-        {15, "5", {in2 + "5"}},                    {16, "6", {in1 + "6"}},
-        {18, "2", {invalid + "2"}},                {18, "-1", {invalid + "-1"}},
-        {18, "1abc", {"fill_timing_from_videoip failed for current play port=1"}},
-        // clang-format on
-    };
-    for (const auto& row : rows) {
-        const auto& text = std::get<1>(row);
+    for (const Json::Value& row : rows_of("MessageRoad.ReadsTheNumbersOfEveryText")) {
+        const std::string text = row["text"].asString();
+        Lines logged;
+        for (const Json::Value& line : row["logs"]) {
+            logged.push_back(line.asString());
+        }
         const auto length = static_cast<std::uint32_t>(text.size());
         for (const std::uint32_t announced : {length, 1U, 5000U}) {  // the length selects nothing
-            EXPECT_EQ(logged_by([&] { send(std::get<0>(row), announced, text); }), std::get<2>(row))
+            EXPECT_EQ(logged_by([&] { send(row["type"].asUInt(), announced, text); }), logged)
                 << text;
         }
     }

@@ -13,6 +13,8 @@
 ///   at         where `after` is found, a path or several; without it, the whole document
 ///   after      what is there then, a value for each path
 ///   events     the names of the events that have come by then
+///
+/// A test that takes its rows by `rows_of` can have columns of its own.
 #pragma once
 
 #include "tests/service.h"
