@@ -1,13 +1,17 @@
 /// `statusctl check`: what it finds, and what it repairs.
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <linux/netlink.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 
 #include "tests/tool.h"
@@ -48,8 +52,11 @@ TEST_F(Check, AllIsWellAfterTheStartAndAfterAReport)
 {
     send_line("power_status 1");
     settle();
+    fs::last_write_time(path_of("inputs.json"),
+                        fs::file_time_type::clock::now() - std::chrono::hours(3));
     check();
     EXPECT_EQ(status, 0) << output;
+    expect_line("ok       inputs.json: valid, written 3 hours ago");
     const std::string seeded = "as seeded: nothing reported yet";
     expect_line("ok       /var/run/status: in memory");
     EXPECT_NE(expect_line("ok       outputs.json: valid, written ").find(seeded),
@@ -91,6 +98,88 @@ TEST_F(Check, EachProblemIsALine)
     expect_line("PROBLEM  status_json_service: is not running; ");
 }
 
+TEST_F(Check, TellsWhatStandsInADocumentsPlace)
+{
+    for (const char* name : {"power.json", "outputs.json"}) {
+        fs::remove(path_of(name));
+    }
+    fs::create_symlink("power.json", path_of("power.json"));
+    fs::create_directory(path_of("outputs.json"));
+    fs::resize_file(path_of("ethernet.json"), (16U << 20U) + 1);
+    write_document("inputs.json", R"({"inputs": [7]})");
+    write_document("usb-host.json", R"({"usb_c": {}})");
+    check();
+    expect_line("PROBLEM  power.json: Too many levels of symbolic links; look at what ");
+    expect_line("PROBLEM  outputs.json: not a regular file; look at what ");
+    expect_line("PROBLEM  ethernet.json: larger than 16 MiB; look at what ");
+    expect_line("PROBLEM  inputs.json: inputs[0] is 7: ");
+    expect_line("PROBLEM  usb-host.json: usb_c: ");
+    write_document("inputs.json", "7");
+    write_document("usb-host.json", "{}");
+    check();
+    expect_line("PROBLEM  inputs.json: is 7: ");
+    EXPECT_EQ(expect_line("PROBLEM  usb-host.json: ").find("usb_c"), std::string::npos);
+}
+
+TEST_F(Check, TellsWhoHoldsLocksAndThatServicesAreTwo)
+{
+    const int writer = open(path_of("ethernet.json").c_str(), O_RDONLY | O_CLOEXEC);
+    const int reader = open(path_of("power.json").c_str(), O_RDWR | O_CLOEXEC);
+    struct flock other_kind = {F_WRLCK, SEEK_SET, 0, 0, 0};
+    ASSERT_EQ(flock(writer, LOCK_EX) | flock(reader, LOCK_SH), 0);
+    ASSERT_EQ(fcntl(reader, F_SETLK, &other_kind), 0);
+    send_line("power_status 1");  // for which the service waits
+    wait_until("the rewrite", [] { return fs::file_size(power_document_path) == 0; });
+    const pid_t first = service_pid();
+    start();
+    check();
+    const std::string own = "process " + std::to_string(getpid()) + " (service_tests)";
+    expect_line("PROBLEM  ethernet.json: locked by " + own);
+    expect_line("PROBLEM  power.json: locked for reading by " + own);
+    EXPECT_EQ(output.find("json: locked for reading by " + service()), std::string::npos);
+    expect_line("PROBLEM  status_json_service: runs 2 times; ");
+    close(writer);
+    close(reader);
+    kill(first, SIGKILL);
+    waitpid(first, nullptr, 0);
+}
+
+TEST_F(Check, TellsWhatItHasNoRightsTo)
+{
+    const Action drop_rights = [] {
+        for (const int right : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_SYS_PTRACE}) {
+            prctl(PR_CAPBSET_DROP, right);
+        }
+    };
+    const int taken = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK);
+    const sockaddr_nl port = {AF_NETLINK, 0, static_cast<unsigned>(service_pid()), 0};
+    ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&port), sizeof port), 0);
+    fs::permissions(message_socket_path, fs::perms::none);
+    fs::permissions(path_of("power.json"), fs::perms::none);
+    check({"check"}, drop_rights);
+    expect_line("PROBLEM  /tmp/json_app.sock: Permission denied; check as a user who may send");
+    expect_line("PROBLEM  power.json: Permission denied; look at what ");
+    expect_line("PROBLEM  events of " + service() + ": their netlink port is taken by a socket; ");
+    close(taken);
+}
+
+TEST_F(Check, TellsWhereTheDocumentsStand)
+{
+    stop();
+    const std::pair<const char*, const char*> rows[] = {
+        {"ramfs", "ok       /var/run/status: in memory"},
+        {"proc", "PROBLEM  /var/run/status: not in memory: each change "}};
+    for (const auto& [type, line] : rows) {
+        ASSERT_EQ(mount("none", status_directory, type, 0, nullptr), 0) << type;
+        check();
+        expect_line(line);
+        EXPECT_EQ(umount(status_directory), 0);
+    }
+    fs::remove_all(status_directory);
+    check();
+    expect_line("PROBLEM  /var/run/status: No such file or directory; the service makes it ");
+}
+
 TEST_F(Check, RepairRemovesWhatDoesNotParseBeforeAStart)
 {
     write_document("inputs.json", "");
@@ -99,6 +188,7 @@ TEST_F(Check, RepairRemovesWhatDoesNotParseBeforeAStart)
     stop();
     write_document("outputs.json", R"({"outputs": )");
     write_document("ethernet.json", R"({"ethernet": 7})");
+    write_document("power.json", "{} and more");  // which the service reads
     check({"check", "--repair"});
     EXPECT_EQ(status, 0);
     expect_line(
@@ -125,6 +215,20 @@ TEST_F(Check, RepairSparesWhatAServiceWritesThatItDoesNotSee)
     close(writer);
     check({"check", "--repair"}, hide_proc);
     EXPECT_EQ(output, "\nremoved /var/run/status/inputs.json: empty\n");
+}
+
+TEST_F(Check, RepairTellsWhatItCanNotRemove)
+{
+    stop();
+    const std::string fixed = path_of("inputs.json");
+    write_document("inputs.json", "");
+    ASSERT_EQ(mount(fixed.c_str(), fixed.c_str(), nullptr, MS_BIND, nullptr), 0);
+    write_document("outputs.json", "");
+    ASSERT_EQ(chown(path_of("outputs.json").c_str(), 65534, 65534), 0);
+    check({"check", "--repair"}, [] { prctl(PR_CAPBSET_DROP, CAP_LEASE); });
+    EXPECT_EQ(output, "\ncan't remove " + fixed + ": Device or resource busy\nkept " +
+                          path_of("outputs.json") + ": Permission denied\n");
+    EXPECT_EQ(umount(fixed.c_str()), 0);
 }
 
 }  // namespace

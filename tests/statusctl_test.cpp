@@ -1,7 +1,11 @@
 /// statusctl, driven as people and scripts drive it.
+#include <fcntl.h>
 #include <linux/capability.h>
 #include <linux/netlink.h>
+#include <pty.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -12,6 +16,8 @@
 #include <cstring>
 #include <filesystem>
 #include <thread>
+#include <tuple>
+#include <utility>
 
 #include "tests/tool.h"
 
@@ -189,6 +195,13 @@ TEST_F(Statusctl, WhatIsWrongIsRefusedAndNothingSent)
     EXPECT_EQ(Tool({"send", "--list"}).wait(), 0);
     wait_output("    PinAssignment           int32           4 C, 8 D, 16 E\n");
     expect_result({"send"}, 2, "there is no message; send --list shows the types");
+    for (const Words& options : {Words{"--list"}, {"--raw", "00"}, {"--file", "-"}}) {
+        Words words = {"send", "ethernet_status"};
+        words.insert(words.begin() + 1, options.begin(), options.end());
+        expect_result(words, 2, "a message in words goes with no option");
+    }
+    expect_result({"send", "--file", "/tmp/none"}, 2,
+                  "can't read /tmp/none: No such file or directory");
     EXPECT_EQ(Tool({"send", "--list", "--raw", "00"}).wait(), 2);
     EXPECT_EQ(received(), Words());
 }
@@ -196,14 +209,19 @@ TEST_F(Statusctl, WhatIsWrongIsRefusedAndNothingSent)
 TEST_F(Statusctl, NoServiceAndAFullQueueAreTold)
 {
     const std::string failure = "can't send to /tmp/json_app.sock: ";
-    expect_result({"send", "ethernet_status"}, 1, failure + "the service is not there");
+    const std::string not_there = failure + "the service is not there";
+    expect_result({"send", "ethernet_status"}, 1, not_there);
     bind_socket();
+    expect_result({"send", "--file", "-"}, 1, failure + "Message too long",
+                  "raw " + std::string(1 << 20, '0'));
     std::string flood;
     for (int i = 0; i < 5000; ++i) {
         flood += "ethernet_status\n";
     }
     expect_result({"send", "--file", "-"}, 1, failure + "the service's receive queue stays full",
                   flood);
+    close(std::exchange(socket_, -1));
+    expect_result({"send", "ethernet_status"}, 1, not_there);  // the file is left
 }
 
 constexpr const char* adapter =
@@ -250,6 +268,7 @@ TEST_F(Statusctl, AnEventIsAHintOfThoseWhoMayGiveIt)
     // Had the forged event been taken for one, its document would be shown before the other.
     write_document("ethernet.json", "[]");
     send_event("e_ethernet_json_update", 65534);
+    send_event("");
     write_document("power.json", R"({"power":{"power_source":"Adapter"}})");
     send_event("e_power_json_update");
     wait_output(adapter);
@@ -261,13 +280,16 @@ TEST_F(Statusctl, AnEventIsAHintOfThoseWhoMayGiveIt)
 
     // More events than the socket holds: what they were about is unknown, so all is read.
     kill(watch.pid, SIGSTOP);
-    write_document("power.json", R"({"power":{"power_source":"PoE"}})");
+    write_document("power.json", R"({"power":{"power_source":"PoE"},"new":1})");
     send_event("e_other_json_update", 0, 5000);
     kill(watch.pid, SIGCONT);
     wait_output(poe);
+    wait_output(R"({"document":"power","new":1,"path":"new","time")");
 
+    // The service's own user is believed as well.
+    ASSERT_EQ(chown(status_directory, 65534, 65534), 0);
     write_document("power.json", "{\"power\":\n{");
-    send_event("e_power_json_update");
+    send_event("e_power_json_update", 65534);
     wait_output(R"("document":"power","problem":"Line 2, Column 2 Missing '}')");
     std::filesystem::remove_all(status_directory);
     EXPECT_EQ(watch.wait(), 1);
@@ -284,6 +306,16 @@ TEST_F(Statusctl, WatchIsReadableAndEndsByItself)
     const std::string text = Tool::output();
     EXPECT_EQ(text.substr(text.rfind("  power  ")),
               "  power     power.measured_power_current_a                     0 -> 7\n");
+    write_document("power.json", R"({"power":{")" + std::string(50, 'x') + R"(":1}})");
+    const Tool next({"watch", "power", "--count", "2"});
+    wait_output("." + std::string(50, 'x') + "  1\n");
+    write_document("power.json", "{");
+    send_event("e_power_json_update");
+    wait_output("  power     can't be read: Line 1, Column 2 ");
+    send_event("e_power_json_update");  // what stays as it is isn't told again
+    send_line("power_v_value 8");
+    EXPECT_EQ(next.wait(), 0);
+    EXPECT_NE(Tool::output().find("1 -> (none)\n"), std::string::npos) << Tool::output();
     EXPECT_EQ(Tool({"watch", "--changes-only", "--for", "0.01"}).wait(), 0);
     EXPECT_EQ(Tool::output(), "");
     stop();
@@ -292,6 +324,62 @@ TEST_F(Statusctl, WatchIsReadableAndEndsByItself)
     EXPECT_NE(Tool::output().find(R"( "b\" -> \"\\")"), std::string::npos) << Tool::output();
     std::filesystem::remove_all(status_directory);
     expect_result({"watch"}, 1, "can't watch /var/run/status: No such file or directory");
+}
+
+/// What the tool writes to a terminal of this kind.
+std::string shown_on_terminal(const char* term, const char* no_color)
+{
+    int terminal = -1;
+    const pid_t pid = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (pid == 0) {
+        const std::string tool = Tool::path();
+        term != nullptr ? setenv("TERM", term, 1) : unsetenv("TERM");
+        no_color != nullptr ? setenv("NO_COLOR", no_color, 1) : unsetenv("NO_COLOR");
+        execl(tool.c_str(), tool.c_str(), "watch", "power", "--for", "0.01", nullptr);
+        _exit(127);
+    }
+    std::string text;
+    char letter = 0;
+    while (read(terminal, &letter, 1) == 1) {
+        text += letter;
+    }
+    waitpid(pid, nullptr, 0);
+    close(terminal);
+    return text;
+}
+
+TEST_F(Statusctl, ColoursAreForTerminalsThatHaveThem)
+{
+    start();
+    const std::tuple<const char*, const char*, bool> rows[] = {{"xterm", nullptr, true},
+                                                               {"xterm", "", true},
+                                                               {"xterm", "1", false},
+                                                               {"dumb", nullptr, false},
+                                                               {nullptr, nullptr, false}};
+    for (const auto& [term, no_color, has_colours] : rows) {
+        const std::string text = shown_on_terminal(term, no_color);
+        EXPECT_NE(text.find("power.power_source"), std::string::npos) << text;
+        EXPECT_EQ(text.find("\033[36mpower   \033[0m") != std::string::npos, has_colours) << text;
+    }
+    write_file("/tmp/day", "say A day\npower_status 1\n");
+    EXPECT_EQ(Tool({"send", "--file", "/tmp/day", "--echo"}).wait(), 0);
+    EXPECT_EQ(Tool::output().substr(0, 9), "== A day\n");
+    EXPECT_NE(Tool::output().find("  send  power_status 1\n"), std::string::npos);
+    EXPECT_EQ(Tool({"--help"}).wait(), 0);
+    EXPECT_NE(Tool::output().find("watch "), std::string::npos);
+}
+
+TEST_F(Statusctl, WatchEndsWhereItCanNotWatch)
+{
+    start();
+    const Tool watch({"watch"}, "", [] {
+        const rlimit descriptors = {4, 4};  // the fourth goes to the end's signals
+        setrlimit(RLIMIT_NOFILE, &descriptors);
+    });
+    EXPECT_EQ(watch.wait(), 1);
+    EXPECT_EQ(Tool::complaint(),
+              "statusctl: without events (Too many open files); watching the files instead\n"
+              "statusctl: can't watch /var/run/status: Too many open files\n");
 }
 
 TEST_F(Statusctl, GetPrintsDocumentsAndMembers)
@@ -330,6 +418,11 @@ TEST_F(Statusctl, GetPrintsDocumentsAndMembers)
     expect_result({"get", "power"}, 1, path + "power.json: empty");
     std::filesystem::remove(path + "power.json");
     expect_result({"get", "power"}, 1, path + "power.json: No such file or directory");
+    EXPECT_EQ(Tool({"get"}).wait(), 1);
+    const int locked = open((path + "outputs.json").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(locked, LOCK_EX), 0);
+    expect_result({"get", "outputs"}, 1, path + "outputs.json: locked by another process");
+    close(locked);
 }
 
 TEST_F(Statusctl, ARewriteIsWaitedFor)

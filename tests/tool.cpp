@@ -14,8 +14,7 @@ Tool::Tool(std::vector<std::string> words, const std::string& input, const Actio
     for (const char* file : files) {
         write_file(file, file == files[0] ? input : "");
     }
-    words.insert(words.begin(),
-                 std::filesystem::read_symlink("/proc/self/exe").replace_filename("statusctl"));
+    words.insert(words.begin(), path());
     pid = fork();
     if (pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -32,6 +31,11 @@ Tool::Tool(std::vector<std::string> words, const std::string& input, const Actio
         execv(arguments[0], arguments.data());
         _exit(127);
     }
+}
+
+std::string Tool::path()
+{
+    return std::filesystem::read_symlink("/proc/self/exe").replace_filename("statusctl");
 }
 
 int Tool::wait() const

@@ -18,6 +18,8 @@ public:
     /// Asks it to end; gives its exit status.
     int end() const;
 
+    /// The executable, beside this one.
+    static std::string path();
     /// What the last one has written so far.
     static std::string output() { return read_file("/tmp/out"); }
     static std::string complaint() { return read_file("/tmp/err"); }
