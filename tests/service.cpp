@@ -20,6 +20,7 @@
 #include <set>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include <json/reader.h>
 
@@ -141,6 +142,20 @@ void remove_traces()
     fs::remove(log_path());
 }
 
+/// The messages of a log file from a byte of it on.
+void add_messages(const std::string& path, std::uintmax_t offset,
+                  std::vector<std::string>& messages)
+{
+    const std::string category = " CATEGORY: ";
+    std::ifstream log(path);
+    log.seekg(static_cast<std::streamoff>(offset));
+    for (std::string line; std::getline(log, line);) {
+        if (const auto position = line.find(category); position != std::string::npos) {
+            messages.push_back(line.substr(position + category.size()));
+        }
+    }
+}
+
 std::string unknown_message(std::uint32_t type)
 {
     return "Unknown message type " + std::to_string(type) + " or length 0";
@@ -167,11 +182,15 @@ bool wait_until(const std::string& what, const std::function<bool()>& holds)
     return true;
 }
 
+bool has_stand_in()
+{
+    return std::getenv("STATUS_JSON_SERVICE") != nullptr;
+}
+
 std::string service_path()
 {
-    const char* given = std::getenv("STATUS_JSON_SERVICE");
-    return given != nullptr
-               ? given
+    return has_stand_in()
+               ? std::getenv("STATUS_JSON_SERVICE")
                : fs::read_symlink("/proc/self/exe").replace_filename("status_json_service");
 }
 
@@ -325,17 +344,11 @@ void ServiceTest::settle()
 
 std::vector<std::string> ServiceTest::log_messages(std::uintmax_t offset)
 {
-    const std::string category = " CATEGORY: ";
     std::vector<std::string> messages;
-    std::ifstream log(log_path());
-    if (std::error_code no_log; fs::file_size(log_path(), no_log) >= offset) {
-        log.seekg(static_cast<std::streamoff>(offset));  // else it has been rolled over
+    if (std::error_code no_log; fs::file_size(log_path(), no_log) < offset) {  // rolled over
+        add_messages(log_path() + ".1", std::exchange(offset, 0), messages);
     }
-    for (std::string line; std::getline(log, line);) {
-        if (const auto position = line.find(category); position != std::string::npos) {
-            messages.push_back(line.substr(position + category.size()));
-        }
-    }
+    add_messages(log_path(), offset, messages);
     return messages;
 }
 

@@ -47,6 +47,8 @@ Json::Value parsed(const std::string& text);
 
 /// The executable under test: STATUS_JSON_SERVICE of the environment, or the one beside this.
 std::string service_path();
+/// Whether the environment names one: a program that runs the service under a checker.
+bool has_stand_in();
 
 /// A running service for each case. It must live until the case ends and must leave nothing
 /// on its standard error that the case has not taken.

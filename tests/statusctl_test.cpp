@@ -375,6 +375,9 @@ TEST_F(Statusctl, WatchEndsWhereItCanNotWatch)
     const Tool watch({"watch"}, "", [] {
         const rlimit descriptors = {4, 4};  // the fourth goes to the end's signals
         setrlimit(RLIMIT_NOFILE, &descriptors);
+        for (int inherited = 3; inherited < 100; ++inherited) {
+            close(inherited);
+        }
     });
     EXPECT_EQ(watch.wait(), 1);
     EXPECT_EQ(Tool::complaint(),

@@ -26,7 +26,9 @@ Tool::Tool(std::vector<std::string> words, const std::string& input, const Actio
         }
         arguments.push_back(nullptr);
         for (int stream = 0; stream < 3; ++stream) {
-            dup2(open(files[stream], O_RDWR | O_APPEND | O_CLOEXEC), stream);
+            const int file = open(files[stream], O_RDWR | O_APPEND);
+            dup2(file, stream);
+            close(file);
         }
         execv(arguments[0], arguments.data());
         _exit(127);
