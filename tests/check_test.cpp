@@ -114,10 +114,13 @@ TEST_F(Check, TellsWhatStandsInADocumentsPlace)
     expect_line("PROBLEM  ethernet.json: larger than 16 MiB; look at what ");
     expect_line("PROBLEM  inputs.json: inputs[0] is 7: ");
     expect_line("PROBLEM  usb-host.json: usb_c: ");
+    fs::remove(path_of("outputs.json"));
+    write_document("outputs.json", R"({"outputs": []})");
     write_document("inputs.json", "7");
     write_document("usb-host.json", "{}");
     check();
     expect_line("PROBLEM  inputs.json: is 7: ");
+    expect_line("PROBLEM  outputs.json: outputs: ");
     expect_line("PROBLEM  usb-host.json: Missing ");
 }
 

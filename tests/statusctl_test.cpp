@@ -296,6 +296,22 @@ TEST_F(Statusctl, AnEventIsAHintOfThoseWhoMayGiveIt)
     EXPECT_EQ(Tool::complaint(), "statusctl: /var/run/status is gone\n");
 }
 
+TEST_F(Statusctl, AWatchThatFellBehindReadsAllAnew)
+{
+    start();
+    const Tool watch({"watch", "--json", "outputs"});
+    wait_output(R"("document":"outputs","state")");
+    kill(watch.pid, SIGSTOP);
+    for (int i = 0; i < 10000; ++i) {  // more than the kernel keeps
+        write_file("/var/run/status/other", "");
+        std::filesystem::remove("/var/run/status/other");
+    }
+    send_line("uac_control 0 1 0");
+    settle();
+    kill(watch.pid, SIGCONT);
+    wait_output(silent);
+}
+
 TEST_F(Statusctl, WatchIsReadableAndEndsByItself)
 {
     start();
@@ -307,12 +323,14 @@ TEST_F(Statusctl, WatchIsReadableAndEndsByItself)
     EXPECT_EQ(text.substr(text.rfind("  power  ")),
               "  power     power.measured_power_current_a                     0 -> 7\n");
     write_document("power.json", R"({"power":{")" + std::string(50, 'x') + R"(":1}})");
-    const Tool next({"watch", "power", "--count", "2"});
+    const Tool next({"watch", "power", "ethernet", "--count", "3"});
     wait_output("." + std::string(50, 'x') + "  1\n");
     write_document("power.json", "{");
     send_event("e_power_json_update");
     wait_output("  power     can't be read: Line 1, Column 2 ");
     send_event("e_power_json_update");  // what stays as it is isn't told again
+    send_line("ethernet_control 1 off");
+    wait_output("  true -> false\n");
     send_line("power_v_value 8");
     EXPECT_EQ(next.wait(), 0);
     EXPECT_NE(Tool::output().find("1 -> (none)\n"), std::string::npos) << Tool::output();
