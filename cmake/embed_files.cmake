@@ -1,5 +1,5 @@
 # embed_files(OUTPUT FILE...): files as rows of name and text, to be included in a table, for
-# programs that find no files where they run. A schema has the name of its document.
+# programs that find no files where they run.
 function(embed_files output)
     add_custom_command(
         OUTPUT ${output}
@@ -15,7 +15,6 @@ if(CMAKE_SCRIPT_MODE_FILE)
     set(rows "")
     foreach(file IN LISTS FILES)
         get_filename_component(name ${file} NAME)
-        string(REPLACE ".schema.json" ".json" name ${name})
         file(READ ${file} text)
         string(APPEND rows "{\"${name}\", R\"embedded(${text})embedded\"},\n")
     endforeach()

@@ -148,7 +148,7 @@ TEST_F(Check, TellsWhoHoldsLocksAndThatServicesAreTwo)
     waitpid(first, nullptr, 0);
 }
 
-TEST_F(Check, TellsWhatItHasNoRightsTo)
+TEST_F(Check, TellsWhichRightsAreMissing)
 {
     const Action drop_rights = [] {
         for (const int right : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_SYS_PTRACE}) {
@@ -165,6 +165,14 @@ TEST_F(Check, TellsWhatItHasNoRightsTo)
     expect_line("PROBLEM  power.json: Permission denied; look at what ");
     expect_line("PROBLEM  events of " + service() + ": their netlink port is taken by a socket; ");
     close(taken);
+
+    stop();
+    launch([] { prctl(PR_CAPBSET_DROP, CAP_NET_ADMIN); });
+    wait_until("the finding", [this] {
+        check();
+        return output.find("PROBLEM  events of " + service() + ": it lacks CAP_NET_ADMIN; ") !=
+               std::string::npos;
+    });
 }
 
 TEST_F(Check, TellsWhereTheDocumentsStand)
@@ -226,9 +234,11 @@ TEST_F(Check, RepairTellsWhatItCanNotRemove)
     stop();
     const std::string fixed = path_of("inputs.json");
     write_document("inputs.json", "");
-    ASSERT_EQ(mount(fixed.c_str(), fixed.c_str(), nullptr, MS_BIND, nullptr), 0);
     write_document("outputs.json", "");
-    ASSERT_EQ(chown(path_of("outputs.json").c_str(), 65534, 65534), 0);
+    if (chown(path_of("outputs.json").c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "there are no other users";
+    }
+    ASSERT_EQ(mount(fixed.c_str(), fixed.c_str(), nullptr, MS_BIND, nullptr), 0);
     check({"check", "--repair"}, [] { prctl(PR_CAPBSET_DROP, CAP_LEASE); });
     EXPECT_EQ(output, "\ncan't remove " + fixed + ": Device or resource busy\nkept " +
                           path_of("outputs.json") + ": Permission denied\n");

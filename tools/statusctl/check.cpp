@@ -181,7 +181,8 @@ void check_document(const StatusDocument& document)
             break;
     }
     if (!check_locks(document) && result.state == ReadState::locked) {
-        say_problem(file_name(document), printable(result.reason), "check as root to see by which");
+        say_problem(file_name(document), printable(result.reason),
+                    "by one that can't be seen from here, as in another container");
     }
 }
 
@@ -204,10 +205,15 @@ void check_socket()
     close(descriptor);
 }
 
-/// The service's process id is the netlink port that it sends its events from.
+/// The service's process id is the netlink port that it sends its events from, bound to their
+/// group, which is a privilege.
 void check_event_port(pid_t service)
 {
     const std::string subject = "events of " + process_text(service);
+    if (!may_send_events(service)) {
+        say_problem(subject, "it lacks CAP_NET_ADMIN", "no event goes out; start it with that");
+        return;
+    }
     const std::optional<ino_t> before = socket_on_event_port(service);
     if (before) {
         std::this_thread::sleep_for(passing);

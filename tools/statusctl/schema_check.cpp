@@ -17,7 +17,7 @@ namespace statusctl {
 namespace {
 
 struct SchemaRow {
-    const char* document;
+    const char* file;
     const char* text;
 };
 
@@ -36,8 +36,9 @@ std::unique_ptr<valijson::Schema> parse_schema(const char* text)
 
 const char* schema_text(const std::string& document)
 {
+    const std::string file = document.substr(0, document.rfind(".json")) + ".schema.json";
     for (const SchemaRow& row : schema_rows) {
-        if (document == row.document) {
+        if (file == row.file) {
             return row.text;
         }
     }

@@ -1,9 +1,11 @@
 #include "tools/statusctl/system_state.h"
 
+#include <linux/capability.h>
 #include <linux/netlink.h>
 #include <sys/sysmacros.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -122,6 +124,18 @@ std::vector<FileLock> locks_on(const struct stat& file)
         }
     }
     return locks;
+}
+
+bool may_send_events(pid_t pid)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::uint64_t capabilities = ~std::uint64_t{0};
+    for (std::string name; status >> name;) {
+        if (name == "CapEff:") {
+            status >> std::hex >> capabilities;
+        }
+    }
+    return (capabilities >> CAP_NET_ADMIN & 1U) != 0;
 }
 
 std::optional<ino_t> socket_on_event_port(pid_t port)

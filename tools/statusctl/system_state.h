@@ -27,6 +27,10 @@ bool operator==(const FileLock& left, const FileLock& right);
 /// The locks of `flock` on a file, in the order in which they are held or waited for.
 std::vector<FileLock> locks_on(const struct stat& file);
 
+/// Whether a process has CAP_NET_ADMIN, which sending an event from its own port takes. True where
+/// that can't be seen.
+bool may_send_events(pid_t pid);
+
 /// The inode of the socket that is bound to this port of NETLINK_USERSOCK.
 std::optional<ino_t> socket_on_event_port(pid_t port);
 
