@@ -21,9 +21,9 @@ install(FILES ${PROJECT_BINARY_DIR}/${PROJECT_NAME}.pc DESTINATION ${CMAKE_INSTA
 file(GLOB schemas schemas/*.json)
 install(FILES ${schemas} DESTINATION ${own_data_dir}/schemas COMPONENT development)
 
-# A manual belongs to the component of what it describes: section 1 has the tool, section 8
-# the service, all others describe files and formats.
-foreach(section_and_component 1:tools 5:development 7:development 8:service)
+# A manual belongs to the component of what it describes: section 1 has the tool, section 5 the
+# formats, section 8 the service.
+foreach(section_and_component 1:tools 5:development 8:service)
     string(REPLACE ":" ";" section_and_component ${section_and_component})
     list(GET section_and_component 0 section)
     list(GET section_and_component 1 component)

@@ -31,8 +31,10 @@ enum MessageType {
                                           SELECT says what LAN4 hangs on: 0, also where it is left
                                           out, USB host input IN2; 1 the USB-C input */
     MSG_TYPE_CHARGER_STATUS = 11,      /* text "ENABLED": 1 enabled */
-    MSG_TYPE_HDCP_VERSION = 12,        /* text "PORT CAPABILITY": 0 off, 1 HDCP 1.4, else 2.2 */
-    MSG_TYPE_UAC_CONTROL = 14,         /* text "PORT ENABLED PLUGGED": 1 enabled, not 0 plugged */
+    MSG_TYPE_HDCP_VERSION = 12,        /* text "PORT CAPABILITY": PORT 1 USB-C, else HDMI;
+                                          CAPABILITY 0 off, 1 HDCP 1.4, else HDCP 2.2 */
+    MSG_TYPE_UAC_CONTROL = 14,         /* text "PORT ENABLED PLUGGED": PORT logged only, ENABLED 1
+                                          enabled, PLUGGED not 0 plugged in */
     MSG_TYPE_USB_HOST_IN2 = 15,        /* text "PLUGGED": 1 plugged in */
     MSG_TYPE_USB_HOST_IN1 = 16,        /* text "PLUGGED": 1 plugged in */
     MSG_TYPE_HDMI_VIDEO_MODE = 17,     /* CmdDataHdmiVideoMode */
