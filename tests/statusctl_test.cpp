@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstring>
@@ -19,6 +20,7 @@
 #include <tuple>
 #include <utility>
 
+#include "tests/table_test.h"
 #include "tests/tool.h"
 
 namespace {
@@ -100,81 +102,14 @@ protected:
     int socket_ = -1;
 };
 
-// Lines of a scenario, and the datagrams in little-endian order that they stand for.
-// clang-format off
-constexpr std::pair<const char*, const char*> messages[] = {
-    {"MSG_TYPE_VIDEO_STATUS port=1 isStable=2 isMute=3 hactive=0x0405 vactive=0x0607 frameRate=8 "
-     "colorspace=9 deepcolor=10 aspectRatio=11 interlaced=12 color_range=255",
-     "0100000010000000" "01020300" "05040706" "08090a0b0cff0000"},
-    {R"(video_status port=usb-c colorspace="YCbCr 4:2:2" deepcolor="12 bpc" color_range=FULL)",
-     "0100000010000000" "01000000" "00000000" "0001020000020000"},
-    {"link_status port=1 isConnect=2 isHpd=3", "0200000004000000" "01020300"},
-    {"hdcp_status port=1 isEncrypted=2 status=3", "0300000004000000" "01020300"},
-    {R"(hdcp_status status="HDCP 2.2")", "0300000004000000" "00000200"},
-    {"video_timing port=1 scan_mode=Interlaced pixel_clock=0xFF020304 h_total_pixels=5 "
-     "h_active_pixels=6 h_sync_pulse_width=7 h_sync_back_porch=8 h_sync_front_porch=9 "
-     "h_sync_frequency_hz=65536 h_sync_polarity=Positive v_total_pixels=10 v_active_pixels=11 "
-     "v_sync_pulse_width=12 v_sync_back_porch=13 v_sync_front_porch=14 v_sync_frequency_hz=15 "
-     "v_sync_polarity=65535 current_play_port=16",
-     "0400000028000000" "0101040302ff" "05000600070008000900" "000001000100"
-     "0a000b000c000d000e000f00" "ffff" "10000000"},
-    {"audio_status port=1 fromPort=2 isStable=3 isMute=4 audioCoding=5 sampleFreq=6 sampleDepth=7 "
-     "channels=8 audType=9", "050000000c000000" "010203040506070809000000"},
-    {R"(audio_status audioCoding=Non-LPCM sampleFreq="48 kHz")",
-     "050000000c000000" "000000000102000000000000"},
-    {"ethernet_status", "0600000000000000"},
-    {"typec_info ChargingState=Charging ChargingMode=2 Charging_mV=0x03040506 "
-     "Charging_mA=0x0708090A Power_Role=11 Data_Role=12 Plug_Orientation=13 "
-     "Remote_DpMode_Support=14 DpMode_Active=15 PeerDeviceVID=0x1617 PeerDevicePID=0x1819 "
-     "PeerDeviceMFT_String=\"22 bytes 22 bytes 22 b\" PinAssignment=-16 RemotePdSupport=17 "
-     "RemotePdRevision=18",
-     "0700000034000000" "01020000" "06050403" "0a090807" "0b0c0d0e0f00" "17161918"
-     "323220627974657320323220627974657320323220" "62" "f0ffffff" "11120000"},
-    {"typec_info PinAssignment=E", "0700000034000000" "0000000000000000000000000000000000000000"
-     "000000000000000000000000000000000000000000000000" "10000000" "00000000"},
-    {"power_status adapter", "080000000100000031"}, {"power_v_value -1", "09000000020000002d31"},
-    {"ethernet_control \"4 on\"", "0a00000004000000" "34206f6e"},
-    {"ethernet_control 2 OFF 7", "0a00000007000000" "32206f66662037"},
-    {"charger_status 1", "0b00000001000000" "31"},
-    {R"(hdcp_version USB-C "HDCP 1.4")", "0c00000003000000" "312031"},
-    {R"(hdcp_version "USB-C \"HDCP 2.2\"")", "0c00000003000000" "312032"},
-    {"uac_control 0 1 1", "0e00000005000000" "3020312031"},
-    {"usb_host_in2 1", "0f00000001000000" "31"}, {"usb_host_in1 1", "1000000001000000" "31"},
-    {"hdmi_video_mode port=1 mode=DVI", "1100000004000000" "01020000"},
-    {"video_start_working usb-c", "1200000001000000" "31"},
-    {"raw 0d0000 00 FFfF", "0d000000ffff"},
-};
-
-constexpr std::pair<const char*, const char*> wrong_lines[] = {
-    {R"("\"\\")", R"(there is no type "\; send --list shows the types)"},
-    {"video", "there is no type video; send --list shows the types"},
-    {"video_status colour=1", "MSG_TYPE_VIDEO_STATUS has no field colour"},
-    {"video_status port", "port is not of the form FIELD=VALUE"},
-    {"video_status port=1 port=1", "port is given twice"},
-    {"video_status hactive=65536", "65536 does not fit hactive, which takes a number of 16 bits"},
-    {"hdmi_video_mode mode=-1",
-     R"(-1 does not fit mode, which takes "HDMI", "DVI", or a number of 8 bits)"},
-    {"typec_info PinAssignment=0x80000000", "0x80000000 does not fit PinAssignment, which takes "
-     "\"C\", \"D\", \"E\", or a signed number of 32 bits"},
-    {"typec_info PeerDeviceMFT_String=exactly_23_bytes_longer", "exactly_23_bytes_longer does not "
-     "fit PeerDeviceMFT_String, which takes at most 22 bytes of text"},
-    {"power_status 0 1", "MSG_TYPE_POWER_STATUS takes SOURCE"},
-    {"ethernet_control 4", "MSG_TYPE_ETHERNET_CONTROL takes PORT STATE [SELECT]"},
-    {"ethernet_control 4 1", "1 does not fit STATE, which takes \"off\", \"on\", or nothing else"},
-    {"power_status 0x1",
-     R"(0x1 does not fit SOURCE, which takes "PoE", "Adapter", or a decimal number of 32 bits)"},
-    {"ethernet_status 1", "MSG_TYPE_ETHERNET_STATUS takes nothing"},
-    {"power_status \"1", "a quote is not closed"},
-    {"raw 0", "not two hexadecimal digits a byte, at character 1"},
-    {"wait 3", "3 is no time such as 500ms or 2s, up to an hour"},
-};
-// clang-format on
-
 TEST_F(Statusctl, EveryMessageArrivesToTheByte)
 {
     bind_socket();
-    for (const auto& [line, datagram] : messages) {
-        expect_result({"send", "--file", "-"}, 0, "", "# a day\n\n " + std::string(line) + "\r\n");
+    for (const Json::Value& row : rows_of("Statusctl.EveryMessageArrivesToTheByte")) {
+        const std::string line = joined(row["line"]);
+        std::string datagram = joined(row["datagram"]);
+        datagram.erase(std::remove(datagram.begin(), datagram.end(), ' '), datagram.end());
+        expect_result({"send", "--file", "-"}, 0, "", "# a day\n\n " + line + "\r\n");
         EXPECT_EQ(received(), Words{datagram}) << line;
     }
     // From the command line, where a text may look like an option.
@@ -188,9 +123,9 @@ TEST_F(Statusctl, EveryMessageArrivesToTheByte)
 TEST_F(Statusctl, WhatIsWrongIsRefusedAndNothingSent)
 {
     bind_socket();
-    for (const auto& [line, reason] : wrong_lines) {
-        expect_result({"send", "--file", "-"}, 2, std::string("line 2: ") + reason,
-                      std::string("ethernet_status\n") + line);
+    for (const Json::Value& row : rows_of("Statusctl.WhatIsWrongIsRefusedAndNothingSent")) {
+        expect_result({"send", "--file", "-"}, 2, "line 2: " + joined(row["reason"]),
+                      "ethernet_status\n" + joined(row["line"]));
     }
     EXPECT_EQ(Tool({"send", "--list"}).wait(), 0);
     wait_output("    PinAssignment           int32           4 C, 8 D, 16 E\n");

@@ -91,6 +91,15 @@ Json::Value filled(Json::Value value)
     return value;
 }
 
+std::string joined(const Json::Value& text)
+{
+    std::string whole;
+    for (const Json::Value& piece : items(text)) {
+        whole += piece.asString();
+    }
+    return whole;
+}
+
 std::vector<Json::Value> rows_of(const std::string& name)
 {
     static const Json::Value all_tables = read_tables();

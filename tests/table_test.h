@@ -22,6 +22,9 @@
 /// The document with a word in place of each value that is neither array nor object.
 Json::Value filled(Json::Value value);
 
+/// A text as it is, or a list of its pieces joined.
+std::string joined(const Json::Value& text);
+
 /// The rows of a case, each with all that its table says; fails the case where there are none.
 std::vector<Json::Value> rows_of(const std::string& name);
 
