@@ -50,13 +50,10 @@ protected:
     /// Leaves nothing as it was, whatever was said before.
     std::map<std::string, std::string> texts_after_last_messages()
     {
-        constexpr const char* timing =
-            "video_timing pixel_clock=148500000 h_total_pixels=2200 h_active_pixels=1920 "
-            "v_total_pixels=1125 v_active_pixels=1080 v_sync_frequency_hz=60";
         for (const std::string port : {" port=0", " port=1"}) {
             for (const char* report :
                  {"link_status isConnect=0", "link_status isConnect=1 isHpd=1",
-                  "video_status isStable=1 colorspace=1 deepcolor=1 color_range=1", timing,
+                  "video_status isStable=1 colorspace=1 deepcolor=1 color_range=1", "1080p60",
                   "hdcp_status status=2", "audio_status isStable=1 sampleFreq=2 channels=2"}) {
                 send_line(report + port);
             }

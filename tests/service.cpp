@@ -161,6 +161,24 @@ std::string unknown_message(std::uint32_t type)
     return "Unknown message type " + std::to_string(type) + " or length 0";
 }
 
+/// The report of the timing 1080p60, of which the line names the fields that differ.
+std::string timing_datagram(const std::string& line)
+{
+    std::vector<std::string> words = statusctl::split_words(line);
+    words.front() = "video_timing";
+    for (const std::string& field :
+         statusctl::split_words("pixel_clock=148500000 h_total_pixels=2200 h_active_pixels=1920 "
+                                "h_sync_pulse_width=44 h_sync_back_porch=148 h_sync_front_porch=88 "
+                                "h_sync_frequency_hz=67500 h_sync_polarity=1 v_total_pixels=1125 "
+                                "v_active_pixels=1080 v_sync_pulse_width=5 v_sync_back_porch=36 "
+                                "v_sync_front_porch=4 v_sync_frequency_hz=60 v_sync_polarity=1")) {
+        if (line.find(" " + field.substr(0, field.find('=') + 1)) == std::string::npos) {
+            words.push_back(field);
+        }
+    }
+    return statusctl::datagram_from_words(words);
+}
+
 }  // namespace
 
 int load_factor()
@@ -322,6 +340,10 @@ void ServiceTest::send_line(const std::string& line)
     if (words >> verb >> type; verb == "text") {
         std::getline(words.ignore(), text);
         send_text(statusctl::find_message_kind(type)->type, text);
+    } else if (verb == "raw") {
+        send(statusctl::bytes_from_hex(line.substr(verb.size())));
+    } else if (verb == "1080p60") {
+        send(timing_datagram(line));
     } else {
         send(statusctl::datagram_from_words(statusctl::split_words(line)));
     }

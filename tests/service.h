@@ -79,7 +79,9 @@ protected:
     static void send(std::uint32_t type, std::uint32_t length, const std::string& payload = "");
     /// Sends a text with its true length, without a zero byte.
     static void send_text(std::uint32_t type, const std::string& text);
-    /// Sends a message in the words of `statusctl send`, or, with "text TYPE ...", any text.
+    /// Sends a message in the words of `statusctl send`; with "text TYPE ..." any text, with
+    /// "raw ..." the bytes of these hexadecimal digits, and with "1080p60 FIELD=VALUE ..." the
+    /// report of this timing but for the fields given.
     static void send_line(const std::string& line);
     /// Waits until all that was sent has been worked through, documents and direct events
     /// included.

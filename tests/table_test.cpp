@@ -11,8 +11,8 @@ constexpr std::pair<const char*, const char*> files[] = {
 #include "table_rows.inc"
 };
 
-const std::set<std::string> members = {"why",  "document", "before", "alone", "send",
-                                       "cost", "at",       "after",  "events"};
+const std::set<std::string> members = {"why",  "document", "before", "alone",  "send",
+                                       "cost", "at",       "after",  "events", "logs"};
 
 bool is_test(const std::string& name)
 {
@@ -142,10 +142,13 @@ void TableTest::play(const Json::Value& row)
     const Json::Path touched(row["alone"].asString());
     Json::Value expected = row.isMember("alone") ? fill_around(name, touched) : Json::Value();
 
-    const Accesses cost = accesses_by(name, [&row] {
+    const Action send_lines = [&row] {
         for (const Json::Value& line : items(row["send"])) {
-            send_line(line.asString());
+            send_line(joined(line));
         }
+    };
+    const Accesses cost = accesses_by(name, [&] {
+        row.isMember("logs") ? expect_logged(row["logs"], send_lines) : send_lines();
     });
     if (row.isMember("cost")) {
         EXPECT_EQ(cost, accesses(row["cost"]));
@@ -164,6 +167,12 @@ void TableTest::play(const Json::Value& row)
     if (struct stat status = {}; cost == created && stat(path_of(name).c_str(), &status) == 0) {
         EXPECT_EQ(status.st_mode & 07777U, 0644U);
     }
+}
+
+void TableTest::expect_logged(const Json::Value& line, const Action& action)
+{
+    const std::string text = joined(line);
+    EXPECT_EQ(logged_by(action), std::vector<std::string>(text.empty() ? 0 : 1, text));
 }
 
 Json::Value TableTest::fill_around(const std::string& name, const Json::Path& path)

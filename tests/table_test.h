@@ -8,11 +8,13 @@
 ///   document   the document that the row is about: "inputs.json"
 ///   before     what it is made first: null for missing, a text as it is, or a value
 ///   alone      a path: nothing outside of it is touched, whatever stands there
-///   send       one line of `send_line`, or several
+///   send       one line of `send_line`, or a list of several, of which a long one can be
+///              a list of its pieces
 ///   cost       "none", "read", "rewritten" or "created" (Accesses), or [reads, writes]
 ///   at         where `after` is found, a path or several; without it, the whole document
 ///   after      what is there then, a value for each path
 ///   events     the names of the events that have come by then
+///   logs       the line, or the pieces of the line, that the log gains; "" for none
 ///
 /// A test that takes its rows by `rows_of` can have columns of its own.
 #pragma once
@@ -22,7 +24,7 @@
 /// The document with a word in place of each value that is neither array nor object.
 Json::Value filled(Json::Value value);
 
-/// A text as it is, or a list of its pieces joined.
+/// A text as it is, or the pieces in the list joined.
 std::string joined(const Json::Value& text);
 
 /// The rows of a case, each with all that its table says; fails the case where there are none.
@@ -36,6 +38,8 @@ protected:
 
     /// Makes a document missing (null), a text as it is, or a value.
     static void make_document(const std::string& name, const Json::Value& content);
+    /// Checks that the log gains this line, a text or its pieces, and no other; "" for none.
+    void expect_logged(const Json::Value& line, const Action& action);
     /// What an action, or a line of `send_line`, costs of `inputs.json`.
     Accesses cost_of(const Action& action) { return accesses_by("inputs.json", action); }
     Accesses cost_of(const std::string& line)
