@@ -78,6 +78,22 @@ Accesses accesses(const Json::Value& cost)
     return cost.isArray() ? Accesses{cost[0].asInt(), cost[1].asInt()} : words.at(cost.asString());
 }
 
+/// Puts the cell in the place of its column's name in all texts of the value.
+void put_in(Json::Value& value, const std::string& column, const Json::Value& cell)
+{
+    if (value.isString()) {
+        std::string text = value.asString();
+        std::size_t place = 0;
+        while ((place = text.find(column)) != std::string::npos) {
+            text.replace(place, column.size(), cell.asString());
+        }
+        value = text;
+    }
+    for (Json::Value& item : value) {
+        put_in(item, column, cell);
+    }
+}
+
 }  // namespace
 
 Json::Value filled(Json::Value value)
@@ -109,8 +125,13 @@ std::vector<Json::Value> rows_of(const std::string& name)
             Json::Value& row = rows.emplace_back(table);
             row.removeMember("rows");
             row.removeMember("columns");
-            for (Json::ArrayIndex i = 0; i < cells.size(); ++i) {
-                row[table["columns"][i].asString()] = cells[i];
+            for (Json::ArrayIndex i = 0; i < table["columns"].size(); ++i) {
+                const std::string column = table["columns"][i].asString();
+                if (column[0] == '<') {
+                    put_in(row, column, cells[i]);
+                } else if (i < cells.size()) {
+                    row[column] = cells[i];
+                }
             }
         }
     }

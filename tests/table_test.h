@@ -16,6 +16,8 @@
 ///   events     the names of the events that have come by then
 ///   logs       the line, or the pieces of the line, that the log gains; "" for none
 ///
+/// The cells of a column such as "<rate>" stand in for its name in the texts of the table, and
+/// one that is left out for nothing.
 /// A test that takes its rows by `rows_of` can have columns of its own.
 #pragma once
 
