@@ -231,7 +231,10 @@ Json::Value parsed(const std::string& text)
     Json::Value root;
     std::string errors;
     std::istringstream stream(text);
-    EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), stream, &root, &errors)) << errors;
+    Json::CharReaderBuilder builder;
+    builder["rejectDupKeys"] = true;
+    builder["failIfExtra"] = true;
+    EXPECT_TRUE(Json::parseFromStream(builder, stream, &root, &errors)) << errors;
     return root;
 }
 

@@ -42,7 +42,7 @@ std::string read_file(const std::string& path);
 /// Writes a file anew, in the folder that is there.
 void write_file(const std::string& path, const std::string& text);
 
-/// The value of a text; fails the case where it is no JSON.
+/// The value of a text; fails the case where it is no JSON, or names a member twice.
 Json::Value parsed(const std::string& text);
 
 /// The executable under test: STATUS_JSON_SERVICE of the environment, or the one beside this.

@@ -36,6 +36,7 @@ Json::Value read_tables()
         const Json::Value cases = parsed(text);
         for (const std::string& name : cases.getMemberNames()) {
             EXPECT_TRUE(is_test(name)) << name << " of " << file;
+            EXPECT_FALSE(tables.isMember(name)) << name << " stands in two files";
             tables[name] = cases[name];
         }
     }
@@ -121,6 +122,7 @@ std::vector<Json::Value> rows_of(const std::string& name)
     static const Json::Value all_tables = read_tables();
     std::vector<Json::Value> rows;
     for (const Json::Value& table : all_tables[name]) {
+        EXPECT_FALSE(table["rows"].empty() || table["columns"].empty()) << name;
         for (const Json::Value& cells : table["rows"]) {
             Json::Value& row = rows.emplace_back(table);
             row.removeMember("rows");
@@ -154,6 +156,10 @@ void TableTest::play(const Json::Value& row)
     for (const std::string& member : row.getMemberNames()) {
         EXPECT_EQ(members.count(member), 1U) << member;
     }
+    EXPECT_TRUE(row.isMember("after") || row.isMember("cost") || row.isMember("events") ||
+                row.isMember("logs"))
+        << "nothing is checked";
+    EXPECT_TRUE(row.isMember("after") || !row.isMember("at"));
     const std::string name = row["document"].asString();
     settle();
     events.take_names();

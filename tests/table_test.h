@@ -1,8 +1,8 @@
 /// Cases whose steps stand as data in tests/tables: what is sent, and what becomes of a document.
 ///
-/// A file holds cases by their names, "Suite.Case"; a case is a list of tables, played in their
-/// order on one run of the service. A table has `columns` and `rows`, whose last cells may be
-/// left out, and beside them what all its rows share:
+/// A file is JSON with comments. It holds cases by their names, "Suite.Case"; a case is a list of
+/// tables, played in their order on one run of the service. A table has `columns` and `rows`, whose
+/// last cells may be left out, and beside them what all its rows share:
 ///
 ///   why        what the row shows
 ///   document   the document that the row is about: "inputs.json"
