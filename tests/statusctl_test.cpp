@@ -291,6 +291,10 @@ std::string shown_on_terminal(const char* term, const char* no_color)
         execl(tool.c_str(), tool.c_str(), "watch", "power", "--for", "0.01", nullptr);
         _exit(127);
     }
+    if (pid == -1) {
+        ADD_FAILURE() << "no terminal: " << std::strerror(errno);
+        return "";
+    }
     std::string text;
     char letter = 0;
     while (read(terminal, &letter, 1) == 1) {
