@@ -101,9 +101,14 @@ TEST_F(Readers, WhoFollowTheManualGetWholeDocumentsAlone)
     int locked[found_count] = {};
     int repeated[found_count] = {};
     int repetitions = 0;
+    // One after the other: who holds the lock keeps the writer at the emptied document.
     for (int i = 0; i < reads; ++i) {
         ++unlocked[read_once(false)];
+    }
+    for (int i = 0; i < reads; ++i) {
         ++locked[read_once(true)];
+    }
+    for (int i = 0; i < reads; ++i) {
         ++repeated[read_until_whole(repetitions)];
     }
     is_over = true;
