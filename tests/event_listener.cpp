@@ -49,7 +49,7 @@ bool EventListener::comes_within(std::chrono::milliseconds limit) const
     return poll(&readable, 1, static_cast<int>(limit.count())) == 1;
 }
 
-Event EventListener::receive()
+Event EventListener::receive() const
 {
     char buffer[4096];  // more than any event has
     const ssize_t size = recv(descriptor_, buffer, sizeof buffer, 0);

@@ -29,7 +29,7 @@ public:
 
 private:
     bool comes_within(std::chrono::milliseconds limit) const;
-    Event receive();
+    Event receive() const;
 
     int descriptor_;
 };

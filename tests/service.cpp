@@ -353,7 +353,7 @@ void ServiceTest::send_line(const std::string& line)
 }
 
 // An unknown type changes no document, and its line comes when all messages before it are done.
-void ServiceTest::settle()
+void ServiceTest::settle() const
 {
     static std::uint32_t type = 1000000;
     std::error_code no_log;

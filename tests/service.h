@@ -85,7 +85,7 @@ protected:
     static void send_line(const std::string& line);
     /// Waits until all that was sent has been worked through, documents and direct events
     /// included.
-    void settle();
+    void settle() const;
 
     // --- the log ---
 

@@ -364,8 +364,8 @@ TEST_F(Statusctl, GetPrintsDocumentsAndMembers)
     stop();
 
     // Text of others can't act on a terminal.
-    // NOLINTNEXTLINE(misc-misleading-bidirectional): to see it escaped
     write_document("power.json",
+                   // NOLINTNEXTLINE(misc-misleading-bidirectional): to see it escaped
                    "[\"\x1B[2J \\u0000 \xC2\x9B \xE2\x80\xAE \xFF \xC0\xAF \xED\xA0\x80 "
                    "\xC3\xA9 \xF0\x9F\x98\x80 \x7F \xF3\xA0\x80\x81\"]");
     expect_result({"get", "power", "[0]"}, 0,

@@ -79,7 +79,7 @@ TEST_F(UpdateCycle, TakesATextWithoutAnObjectForAnEmptyDocument)
     const std::string close = repeated("]", 100000);
     const std::string texts[] = {
         // clang-format off
-        "", "{\"power\": {\"power_source\": \"Ad", "{]", "[]", "[1, {\"power\": 2}]", "17",
+        "", R"({"power": {"power_source": "Ad)", "{]", "[]", "[1, {\"power\": 2}]", "17",
         "\"inputs\"", "null", "true", std::string("\0\0\0", 3), "\xef\xbb\xbf{}",
         "\xff\xfe\xc0\x80", "{\"power\": \xff}", "{\"power\": 1e}",
         open, open + close, repeated("{\"inputs\":", 100000), "{\"power\": " + open + close + "}",
