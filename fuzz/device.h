@@ -16,7 +16,8 @@ struct Document {
 };
 extern const Document documents[5];
 
-/// All that the handlers remember, as it is at start.
+/// The state that the service's folders share, as it is at start. What one file keeps to itself,
+/// as the last current and the ring's used slots, stays from run to run.
 void restore_state();
 
 /// That, and the documents as seeded.
