@@ -28,7 +28,10 @@ endif()
 option(COVERAGE "Build with clang's source-based coverage" OFF)
 if(COVERAGE)
     # The counters of a process that is killed count as well: they live in the profile's file.
+    # All processes of an executable share it, so that they count atomically: whether a branch was
+    # taken is the difference of two counters, which one lost count can make zero.
     target_compile_options(compile_options INTERFACE
-        -fprofile-instr-generate -fcoverage-mapping "SHELL:-mllvm -runtime-counter-relocation")
+        -fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping
+        "SHELL:-mllvm -runtime-counter-relocation")
     target_link_options(compile_options INTERFACE -fprofile-instr-generate)
 endif()
