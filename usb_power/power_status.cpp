@@ -16,25 +16,18 @@ constexpr int adapter_voltage_mv = 24000;
 // The last current that was reported. Dispatch thread only.
 int last_power_v_value = -1;
 
-/// `power` of the document, empty where there was none. Null is left alone: it is there.
-Json::Value& power_in(Json::Value& root)
-{
-    if (!root.isMember("power") || !holds_members(root["power"])) {
-        root["power"] = Json::Value(Json::objectValue);
-    }
-    return root["power"];
-}
-
 }  // namespace
 
 void update_power_source()
 {
     const std::lock_guard<std::mutex> lock(document_mutex);
     Json::Value root = read_document(power_document_path);
-    Json::Value& power = power_in(root);
     if (const char* source = text_of_code(power_source_texts, power_status, nullptr)) {
+        Json::Value& power = object_in(root, "power");
         power["power_source"] = source;
         power["measured_power_voltage_v"] = power_status == 0 ? poe_voltage_mv : adapter_voltage_mv;
+    } else if (!root.isMember("power")) {
+        root["power"] = Json::Value(Json::objectValue);
     }
     write_json_to_file(power_document_path, root);
 }
@@ -48,6 +41,6 @@ void update_power_current(int value)
 
     const std::lock_guard<std::mutex> lock(document_mutex);
     Json::Value root = read_document(power_document_path);
-    power_in(root)["measured_power_current_a"] = value;
+    object_in(root, "power")["measured_power_current_a"] = value;
     write_json_to_file(power_document_path, root);
 }
