@@ -3,8 +3,8 @@
 
 #include "audio/audio.h"
 #include "audio/audio_codes.h"
-#include "core/paths.h"
 #include "core/shared_state.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 #include "video/video_inputs.h"
@@ -55,11 +55,11 @@ void apply_audio_status(const CmdDataAudioStatus* report)
         return;
     }
 
-    Json::Value root = read_document(inputs_document_path);
+    Json::Value root = read_document(inputs_document.path);
     Json::Value& object = object_in(input_entry(root, position, "audio"), "audio");
     const InputAudio audio = reported_audio(*report);
     if (!shows(object, audio)) {
         set_audio(object, audio);
-        write_json_to_file(inputs_document_path, root);
+        write_json_to_file(inputs_document.path, root);
     }
 }

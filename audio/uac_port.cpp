@@ -3,8 +3,8 @@
 #include <mutex>
 
 #include "audio/audio.h"
-#include "core/paths.h"
 #include "core/shared_state.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 
@@ -44,20 +44,20 @@ void set_uac_audio(Json::Value& audio, bool is_active)
 
 void publish_uac_input(bool is_enabled, bool is_active)
 {
-    Json::Value root = read_document(inputs_document_path);
+    Json::Value root = read_document(inputs_document.path);
     Json::Value& entries = array_in(root, "inputs");
     Json::Value* found = find_uac_entry(entries);
     Json::Value& entry = found != nullptr ? *found : append_uac_entry(entries);
     object_in(entry, "control")["enabled"] = is_enabled;
     set_uac_audio(object_in(entry, "audio"), is_active);
-    write_json_to_file(inputs_document_path, root);
+    write_json_to_file(inputs_document.path, root);
 }
 
 /// An entry that is there keeps its format, sample frequency and channel: they say what the
 /// output has to offer. A new one starts with those of the input.
 void publish_uac_output(bool is_active)
 {
-    Json::Value root = read_document(outputs_document_path);
+    Json::Value root = read_document(outputs_document.path);
     Json::Value& entries = array_in(root, "outputs");
     if (Json::Value* entry = find_uac_entry(entries)) {
         Json::Value& audio = object_in(*entry, "audio");
@@ -66,7 +66,7 @@ void publish_uac_output(bool is_active)
     } else {
         set_uac_audio(append_uac_entry(entries)["audio"], is_active);
     }
-    write_json_to_file(outputs_document_path, root);
+    write_json_to_file(outputs_document.path, root);
 }
 
 }  // namespace

@@ -28,6 +28,7 @@
 
 #include "bench/kinds.h"
 #include "core/paths.h"
+#include "store/documents.h"
 
 namespace {
 
@@ -133,11 +134,11 @@ void arm_timer()
 
 void change_power(unsigned number)
 {
-    Json::Value root = read_document(power_document_path);
+    Json::Value root = read_document(power_document.path);
     Json::Value& object = root["power"];
     object["power_source"] = number % 2 == 0 ? "PoE" : "Adapter";
     object["measured_power_voltage_v"] = number % 2 == 0 ? 11900 : 24000;
-    write_document(power_document_path, root);
+    write_document(power_document.path, root);
     send_event("e_power_json_update");
 }
 
@@ -145,7 +146,7 @@ void change_usb_c(unsigned number)
 {
     const TypeC_Info record = typec_info(number);
     char id[5];
-    Json::Value root = read_document(usb_host_document_path);
+    Json::Value root = read_document(usb_host_document.path);
     Json::Value& entry = root["usb_c"][0];
     entry["connected"] = true;
     Json::Value& generic = entry["generic"];
@@ -162,15 +163,15 @@ void change_usb_c(unsigned number)
     charging["vbus_voltage_nominal_v"] = Json::UInt{record.Charging_mV};
     charging["max_vbus_current_a"] = Json::UInt{record.Charging_mA};
     charging["charging_state"] = "Unavailable";
-    write_document(usb_host_document_path, root);
+    write_document(usb_host_document.path, root);
     send_event("e_usb_host_json_update");
 }
 
 void change_video(unsigned number)
 {
-    Json::Value root = read_document(inputs_document_path);
+    Json::Value root = read_document(inputs_document.path);
     root["inputs"][0]["video"]["color"]["color_space"] = number % 2 == 0 ? "RGB" : "YCbCr 4:4:4";
-    write_document(inputs_document_path, root);
+    write_document(inputs_document.path, root);
     arm_timer();
 }
 
@@ -184,7 +185,7 @@ void make_cycle(unsigned number)
         case changing_video:
             return change_video(number);
         default:
-            read_document(inputs_document_path);
+            read_document(inputs_document.path);
     }
 }
 

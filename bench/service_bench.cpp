@@ -28,6 +28,7 @@
 
 #include "bench/kinds.h"
 #include "core/paths.h"
+#include "store/documents.h"
 
 namespace fs = std::filesystem;
 
@@ -45,10 +46,6 @@ constexpr unsigned burst_of_round = 100;
 
 // How many datagrams wait on a socket that is created from then on.
 constexpr const char* socket_queue_setting = "/proc/sys/net/unix/max_dgram_qlen";
-
-constexpr const char* documents[] = {inputs_document_path, usb_host_document_path,
-                                     ethernet_document_path, power_document_path,
-                                     outputs_document_path};
 
 void must(bool holds, const std::string& what)
 {
@@ -211,8 +208,11 @@ struct Round {
 
 Texts read_documents()
 {
-    return {read_file(documents[0]), read_file(documents[1]), read_file(documents[2]),
-            read_file(documents[3]), read_file(documents[4])};
+    Texts texts;
+    for (const StatusDocument& document : status_documents) {
+        texts.push_back(read_file(document.path));
+    }
+    return texts;
 }
 
 Round measure(const Process& process, const std::function<void()>& work)
@@ -269,8 +269,8 @@ std::pair<Round, Round> measure_both(unsigned index, Arrival arrival, bool has_l
     const Kind& kind = kinds[index];
     Texts before;
     Round service = measure_service(kind, arrival, before);
-    for (std::size_t document = 0; document < std::size(documents); ++document) {
-        std::ofstream(documents[document]) << before[document];
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        std::ofstream(status_documents[i].path) << before[i];
     }
     Round floor = measure_floor(kind.has_cycle ? "cycle" : "road", index, arrival);
     // The cycle of the floor writes no log.

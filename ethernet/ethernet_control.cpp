@@ -2,9 +2,9 @@
 #include <cstring>
 #include <mutex>
 
-#include "core/paths.h"
 #include "core/shared_state.h"
 #include "ethernet/ethernet.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 
@@ -14,7 +14,7 @@ void set_ethernet_port_enabled(int port, const char* state)
         return;
     }
     const std::lock_guard<std::mutex> lock(document_mutex);
-    Json::Value root = read_document(ethernet_document_path);
+    Json::Value root = read_document(ethernet_document.path);
     // Only a status update builds the array: a document that holds just what was enabled would
     // pass for one that knows the ports.
     if (!root.isMember("ethernet") || !root["ethernet"].isArray()) {
@@ -25,5 +25,5 @@ void set_ethernet_port_enabled(int port, const char* state)
     Json::Value& entry =
         entry_at(root["ethernet"], static_cast<Json::ArrayIndex>(port - 1), make_entry);
     object_in(entry, "control")["enabled"] = std::strcmp(state, "on") == 0;
-    write_json_to_file(ethernet_document_path, root);
+    write_json_to_file(ethernet_document.path, root);
 }

@@ -7,6 +7,7 @@
 #include "core/shared_state.h"
 #include "ethernet/ethernet.h"
 #include "ethernet/ethernet_codes.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 #include "video/video_inputs.h"
@@ -89,7 +90,7 @@ void update_ethernet_status()
     const auto make_entry = [] { return make_ethernet_entry("LAN"); };
 
     const std::lock_guard<std::mutex> lock(document_mutex);
-    Json::Value root = read_document(ethernet_document_path);
+    Json::Value root = read_document(ethernet_document.path);
     Json::Value& entries = array_in(root, "ethernet");
     for (Json::ArrayIndex position = 0; position < ethernet_port_count; ++position) {
         Json::Value& entry = entry_at(entries, position, make_entry);
@@ -97,5 +98,5 @@ void update_ethernet_status()
             is_enabled(entry) && (position != lan4_position || is_lan4_plugged_in());
         entry["link"] = can_have_link ? link_of(statuses[position]) : down_link();
     }
-    write_json_to_file(ethernet_document_path, root);
+    write_json_to_file(ethernet_document.path, root);
 }

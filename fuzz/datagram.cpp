@@ -7,7 +7,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     restore_device();
     deliver({reinterpret_cast<const char*>(data), size});
-    for (const Document& document : documents) {
+    for (const StatusDocument& document : status_documents) {
         if (read_text(document.path) != *document.default_text) {
             sound_document(document);
         }

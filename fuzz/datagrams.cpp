@@ -67,11 +67,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         rest.remove_prefix(2 + payload.size());
     }
 
-    require_sound_inputs(sound_document(documents[0])["inputs"], links);
-    require(sound_document(documents[1])["usb_c"].size() == 2, "there are two USB-C ports");
-    require(sound_document(documents[2])["ethernet"].size() == 4, "there are four Ethernet ports");
-    require(sound_document(documents[3])["power"]["measured_power_voltage_v"].isInt(),
+    require_sound_inputs(sound_document(inputs_document)["inputs"], links);
+    require(sound_document(usb_host_document)["usb_c"].size() == 2, "there are two USB-C ports");
+    require(sound_document(ethernet_document)["ethernet"].size() == 4,
+            "there are four Ethernet ports");
+    require(sound_document(power_document)["power"]["measured_power_voltage_v"].isInt(),
             "there is a voltage");
-    require(sound_document(documents[4])["outputs"].size() == 1, "there is one output");
+    require(sound_document(outputs_document)["outputs"].size() == 1, "there is one output");
     return 0;
 }

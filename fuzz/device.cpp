@@ -8,21 +8,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <sstream>
+
+#include <json/reader.h>
 
 #include "core/core.h"
 #include "core/log.h"
 #include "core/paths.h"
 #include "core/shared_state.h"
-#include "store/default_texts.h"
+#include "store/documents.h"
 #include "store/store.h"
-
-const Document documents[] = {
-    {inputs_document_path, "inputs", &inputs_default_text},
-    {usb_host_document_path, "usb_c", &usb_host_default_text},
-    {ethernet_document_path, "ethernet", &ethernet_default_text},
-    {power_document_path, "power", &power_default_text},
-    {outputs_document_path, "outputs", &outputs_default_text},
-};
 
 /// In place of the C library's: the event sender yields five times for each event, which on a
 /// busy machine is most of a run's time.
@@ -54,7 +49,7 @@ void restore_state()
 void restore_device()
 {
     restore_state();
-    for (const Document& document : documents) {
+    for (const StatusDocument& document : status_documents) {
         if (read_text(document.path) != *document.default_text) {
             write_text(document.path, *document.default_text);
         }
@@ -102,11 +97,12 @@ void require(bool holds, const char* what)
     }
 }
 
-Json::Value sound_document(const Document& document)
+Json::Value sound_document(const StatusDocument& document)
 {
+    Json::Value seeded;
+    std::istringstream(std::string(*document.default_text)) >> seeded;
     Json::Value root = read_document(document.path);
-    const Json::Value& member = root[document.member];
-    require(document.default_text == &power_default_text ? member.isObject() : member.isArray(),
-            document.path);
+    const std::string member = seeded.getMemberNames().front();
+    require(root[member].type() == seeded[member].type(), document.path);
     return root;
 }

@@ -9,12 +9,7 @@
 
 #include <json/value.h>
 
-struct Document {
-    const char* path;
-    const char* member;  // of its top level: an array, but for `power`
-    const std::string_view* default_text;
-};
-extern const Document documents[5];
+#include "store/documents.h"
 
 /// The state that the service's folders share, as it is at start. What one file keeps to itself,
 /// as the last current and the ring's used slots, stays from run to run.
@@ -34,5 +29,6 @@ void write_text(const char* path, std::string_view text);
 /// Ends the run, which keeps its input, where `holds` is false.
 void require(bool holds, const char* what);
 
-/// The parsed document; requires that it has its member, of the right kind.
-Json::Value sound_document(const Document& document);
+/// The parsed document; requires that its top level has the member that the default text has, of
+/// the same kind.
+Json::Value sound_document(const StatusDocument& document);

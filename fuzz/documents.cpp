@@ -43,13 +43,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     for (const char* touch : touches) {
         restore_state();
-        for (const Document& document : documents) {
+        for (const StatusDocument& document : status_documents) {
             if (read_text(document.path) != text) {
                 write_text(document.path, text);
             }
         }
         deliver(statusctl::datagram_from_words(statusctl::split_words(touch)));
-        for (const Document& document : documents) {
+        for (const StatusDocument& document : status_documents) {
             if (read_text(document.path) != text) {
                 sound_document(document);
             }

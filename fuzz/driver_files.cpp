@@ -4,7 +4,7 @@
 #include "core/paths.h"
 #include "ethernet/ethernet.h"
 #include "fuzz/device.h"
-#include "store/default_texts.h"
+#include "store/documents.h"
 #include "video/video.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -24,9 +24,9 @@ void read_timing(std::string_view text)
 
     restore_device();
     refresh_current_play_timing(2);  // no input
-    require(read_text(inputs_document_path) == inputs_default_text, "no other input is published");
+    require(read_text(inputs_document.path) == inputs_default_text, "no other input is published");
     refresh_current_play_timing(1);
-    const Json::Value published = sound_document(documents[0])["inputs"][1]["video"]["timing"];
+    const Json::Value published = sound_document(inputs_document)["inputs"][1]["video"]["timing"];
     const unsigned clock = result == 0 && is_timing_valid(timing) ? timing.pixel_clock : 0;
     require(published["pixel_clock_hz"].asUInt() == clock, "a valid timing is published");
 }
@@ -36,7 +36,7 @@ void read_ethernet_ports(std::string_view text)
     write_text(ethernet_port_status_path, text);
     restore_device();
     update_ethernet_status();
-    for (const Json::Value& port : sound_document(documents[2])["ethernet"]) {
+    for (const Json::Value& port : sound_document(ethernet_document)["ethernet"]) {
         const Json::Value& link = port["link"];
         require(link["status"].asBool() || link == down_link(), "no link shows no speed");
     }

@@ -1,6 +1,6 @@
 /// The documents as they stand before anything has been reported, to the byte, the missing blank of
 /// the first `"index":1` included: by its text a document is known as seeded.
-#include "store/default_texts.h"
+#include "store/documents.h"
 
 // clang-format off
 

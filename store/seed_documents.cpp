@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "core/paths.h"
-#include "store/default_texts.h"
+#include "store/documents.h"
 #include "store/store.h"
 
 namespace {
@@ -17,62 +17,62 @@ namespace {
 // would seed it anew.
 static_assert(sizeof(std::time_t) == 8);
 
-bool exists(const char* path)
+bool exists(const StatusDocument& document)
 {
     struct stat status;
-    return stat(path, &status) == 0;
+    return stat(document.path, &status) == 0;
 }
 
-void write_default_text(const char* path, std::string_view text)
+void write_default_text(const StatusDocument& document)
 {
-    std::FILE* file = std::fopen(path, "w");
+    std::FILE* file = std::fopen(document.path, "w");
     if (file == nullptr) {
         return;
     }
+    const std::string_view text = *document.default_text;
     static_cast<void>(std::fwrite(text.data(), 1, text.size(), file));
     static_cast<void>(std::fclose(file));
 }
 
-void create_run_directory()
+void seed_with_run_directory(const StatusDocument& document)
 {
-    static_cast<void>(mkdir(run_directory, 0755));
+    if (!exists(document)) {
+        static_cast<void>(mkdir(run_directory, 0755));
+        write_default_text(document);
+    }
+}
+
+void seed_anew(const StatusDocument& document)
+{
+    static_cast<void>(unlink(document.path));
+    write_default_text(document);
 }
 
 }  // namespace
 
 void seed_inputs_document()
 {
-    if (exists(inputs_document_path)) {
-        return;
-    }
-    create_run_directory();
-    write_default_text(inputs_document_path, inputs_default_text);
+    seed_with_run_directory(inputs_document);
 }
 
 void seed_usb_host_document()
 {
-    static_cast<void>(unlink(usb_host_document_path));
-    write_default_text(usb_host_document_path, usb_host_default_text);
+    seed_anew(usb_host_document);
 }
 
 void seed_ethernet_document()
 {
-    if (!exists(ethernet_document_path)) {
-        write_default_text(ethernet_document_path, ethernet_default_text);
+    if (!exists(ethernet_document)) {
+        write_default_text(ethernet_document);
     }
 }
 
 void seed_power_document()
 {
-    static_cast<void>(unlink(power_document_path));
-    write_default_text(power_document_path, power_default_text);
+    seed_anew(power_document);
 }
 
 void seed_outputs_document()
 {
-    if (exists(outputs_document_path)) {
-        return;
-    }
-    create_run_directory();
-    write_default_text(outputs_document_path, outputs_default_text);
+    seed_with_run_directory(outputs_document);
 }

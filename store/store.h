@@ -30,21 +30,23 @@ Json::Value read_document(const char* path);
 
 // --- write_json_to_file.cpp ---
 
-/// Rewrites the document at `path` in place and announces it: the event of `inputs.json` comes
-/// three seconds after its last write, the events of `usb-host.json`, `ethernet.json` and
-/// `power.json` go out at once, and `outputs.json` has none. `root` is an object or
-/// null, as `read_document` gives it. A failure is reported on standard error and not to the
-/// caller. Under `document_mutex`; takes the lock of the timer or of the event sender.
+/// Rewrites the document at `path` in place and announces it as its row in documents.h says. The
+/// one delayed event is that of `inputs.json`. `root` is an object or null, as `read_document`
+/// gives it. A failure is reported on standard error and not to the caller. Under `document_mutex`;
+/// takes the lock of the timer or of the event sender.
 void write_json_to_file(const char* path, const Json::Value& root);
 
 // --- update_events.cpp ---
 
-/// Broadcasts the name of an event, zero-terminated and at most 1,023 bytes long, to netlink
-/// multicast group 1. `destination` is the netlink port for a copy of its own, -1 for none.
+/// The netlink multicast group that the events are sent to.
+constexpr std::uint32_t update_event_group = 1;
+
+/// Broadcasts the name of an event, zero-terminated and at most 1,023 bytes long, to
+/// `update_event_group`. `destination` is the netlink port for a copy of its own, -1 for none.
 /// A failure to set up the message is reported on standard error, and the event is lost. Any
 /// thread; takes a lock of its own.
 void send_update_event(std::int32_t destination, const char* name);
 
-/// Starts the three seconds to the event of `inputs.json` anew. Where the timer can't be had,
+/// Starts the delay of the event of `inputs.json` anew. Where the timer can't be had,
 /// there is no event for this write. Takes `update_timer_mutex`.
 void arm_input_update_timer();

@@ -12,7 +12,7 @@
 #include <ctime>
 #include <mutex>
 
-#include "store/event_names.h"
+#include "store/documents.h"
 #include "store/store.h"
 
 namespace {
@@ -29,7 +29,7 @@ timer_t update_timer_id = nullptr;  // null until the first write; under `update
 
 void input_update_timer_expired(sigval /*value*/)
 {
-    send_update_event(-1, inputs_update_event);
+    send_update_event(-1, inputs_document.event);
 }
 
 bool bind_own_address(int descriptor)
@@ -109,6 +109,6 @@ void arm_input_update_timer()
         }
     }
     itimerspec delay = {};
-    delay.it_value.tv_sec = 3;
+    delay.it_value.tv_sec = inputs_document.event_delay_s;
     static_cast<void>(timer_settime(update_timer_id, 0, &delay, nullptr));
 }

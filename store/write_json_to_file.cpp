@@ -7,33 +7,23 @@
 #include <cstring>
 #include <string>
 
-#include "core/paths.h"
-#include "store/event_names.h"
+#include "store/documents.h"
 #include "store/store.h"
 
 namespace {
 
-/// The documents whose every write is announced at once.
-constexpr struct {
-    const char* path;
-    const char* event;
-} direct_events[] = {
-    {usb_host_document_path, usb_host_update_event},
-    {ethernet_document_path, ethernet_update_event},
-    {power_document_path, power_update_event},
-};
-
 void announce(const char* path)
 {
-    if (std::strcmp(path, inputs_document_path) == 0) {
-        arm_input_update_timer();
-        return;
-    }
-    for (const auto& row : direct_events) {
-        if (std::strcmp(path, row.path) == 0) {
-            send_update_event(-1, row.event);
-            return;
+    for (const StatusDocument& document : status_documents) {
+        if (document.event == nullptr || std::strcmp(path, document.path) != 0) {
+            continue;
         }
+        if (document.event_delay_s > 0) {
+            arm_input_update_timer();
+        } else {
+            send_update_event(-1, document.event);
+        }
+        return;
     }
 }
 

@@ -14,6 +14,7 @@
 #include <csignal>
 #include <filesystem>
 
+#include "store/documents.h"
 #include "tests/tool.h"
 
 namespace {
@@ -132,7 +133,7 @@ TEST_F(Check, TellsWhoHoldsLocksAndThatServicesAreTwo)
     ASSERT_EQ(flock(writer, LOCK_EX) | flock(reader, LOCK_SH), 0);
     ASSERT_EQ(fcntl(reader, F_SETLK, &other_kind), 0);
     send_line("uac_control 0 1 1");
-    wait_until("the rewrite", [] { return fs::file_size(inputs_document_path) == 0; });
+    wait_until("the rewrite", [] { return fs::file_size(inputs_document.path) == 0; });
     const pid_t first = service_pid();
     start();
     check();

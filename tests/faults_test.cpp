@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "store/documents.h"
 #include "tests/traced_service.h"
 
 namespace {
@@ -67,7 +68,7 @@ TEST_F(Faults, OfACycleAreToldAndTheNextChangeIsPublished)
             settle();
             events.take_names();
             std::map<std::string, std::string> others = texts();
-            const std::string path = fault.on_document ? only_on(power_document_path) : "";
+            const std::string path = fault.on_document ? only_on(power_document.path) : "";
             under(path + failing(fault.call, error, fault.when),
                   [&] { report_current(++current); });
 
@@ -98,7 +99,7 @@ TEST_F(Faults, OfACycleAreToldAndTheNextChangeIsPublished)
 TEST_F(Faults, AShortWriteIsAnnouncedAndTheNextChangeBuildsTheDocumentAnew)
 {
     // The call is left out, and what stands in the file is left to be what was there: nothing.
-    under(only_on(power_document_path) + "-e inject=write:retval=50:when=1",
+    under(only_on(power_document.path) + "-e inject=write:retval=50:when=1",
           [] { send_line("power_status 1"); });
     EXPECT_EQ(text_of("power.json"), "");
     send_line("power_status 1");
@@ -110,13 +111,13 @@ TEST_F(Faults, AShortWriteIsAnnouncedAndTheNextChangeBuildsTheDocumentAnew)
 TEST_F(Faults, OfOneDocumentLeaveTheOtherOfTheSameMessage)
 {
     const std::string outputs = text_of("outputs.json");
-    under(only_on(inputs_document_path) + failing("openat", EACCES, 2),
+    under(only_on(inputs_document.path) + failing("openat", EACCES, 2),
           [] { send_line("uac_control 1 0 1"); });
     EXPECT_EQ(take_standard_error(), "open for write_json_to_file: Permission denied\n");
     EXPECT_EQ(value_of("inputs.json", ".inputs[2].control.enabled"), true);
     EXPECT_EQ(value_of("outputs.json", ".outputs[0].audio.connected"), false);
 
-    under(only_on(usb_host_document_path) + failing("openat", ENOSPC, 2),
+    under(only_on(usb_host_document.path) + failing("openat", ENOSPC, 2),
           [] { send_line("link_status port=1"); });
     EXPECT_EQ(take_standard_error(), "open for write_json_to_file: No space left on device\n");
     EXPECT_EQ(value_of("inputs.json", ".inputs[1].video.signal_type"), "N/A");

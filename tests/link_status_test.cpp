@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "store/documents.h"
 #include "tests/table_test.h"
 
 namespace fs = std::filesystem;
@@ -83,10 +84,10 @@ TEST_F(LinkStatus, DownAnnouncesTheUsbCPortBeforeItWritesTheInput)
     EXPECT_EQ(value_of("usb-host.json", ".usb_c[0].connected"), true);
     events.take_names();
 
-    const int reader = open(inputs_document_path, O_RDONLY | O_CLOEXEC);
+    const int reader = open(inputs_document.path, O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(reader, LOCK_SH), 0);  // the writer empties the document, then waits
     send_line("link_status port=1");
-    wait_until("the write of the input", [] { return fs::file_size(inputs_document_path) == 0; });
+    wait_until("the write of the input", [] { return fs::file_size(inputs_document.path) == 0; });
     EXPECT_EQ(value_of("usb-host.json", ".usb_c[0].connected"), false);
     EXPECT_EQ(events.take_names(), std::vector<std::string>{"e_usb_host_json_update"});
     close(reader);

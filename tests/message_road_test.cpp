@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "store/documents.h"
 #include "tests/table_test.h"
 
 namespace {
@@ -17,11 +18,11 @@ protected:
     /// Has the dispatch thread stand still in a rewrite of `power.json`, as a reader's lock does.
     void hold_dispatch()
     {
-        reader_ = open(power_document_path, O_RDONLY | O_CLOEXEC);
+        reader_ = open(power_document.path, O_RDONLY | O_CLOEXEC);
         ASSERT_EQ(flock(reader_, LOCK_SH), 0);
         send_text(MSG_TYPE_POWER_STATUS, "0");
         wait_until("the rewrite",
-                   [] { return std::filesystem::file_size(power_document_path) == 0; });
+                   [] { return std::filesystem::file_size(power_document.path) == 0; });
     }
 
     void release_dispatch() const { close(reader_); }

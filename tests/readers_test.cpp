@@ -12,6 +12,7 @@
 
 #include <json/reader.h>
 
+#include "store/documents.h"
 #include "tests/service.h"
 
 namespace {
@@ -61,7 +62,7 @@ protected:
     Found read_once(bool locks)
     {
         char text[8192];
-        const int descriptor = open(inputs_document_path, O_RDONLY | O_CLOEXEC);
+        const int descriptor = open(inputs_document.path, O_RDONLY | O_CLOEXEC);
         if (locks) {
             flock(descriptor, LOCK_SH);
         }

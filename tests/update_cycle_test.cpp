@@ -5,6 +5,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "store/documents.h"
 #include "tests/table_test.h"
 
 namespace fs = std::filesystem;
@@ -57,8 +58,8 @@ std::string repeated(const std::string& text, int count)
 // Readers who hold a document open see it change; its members are sorted, its mode stays.
 TEST_F(UpdateCycle, RewritesADocumentInPlace)
 {
-    std::ifstream reader(power_document_path);
-    fs::permissions(power_document_path, fs::perms::owner_all);
+    std::ifstream reader(power_document.path);
+    fs::permissions(power_document.path, fs::perms::owner_all);
     send_messages();
     for (const char* name : document_names) {
         EXPECT_EQ(text_of(name), document(name).toStyledString()) << name;
@@ -66,7 +67,7 @@ TEST_F(UpdateCycle, RewritesADocumentInPlace)
     const std::string text(std::istreambuf_iterator<char>(reader), {});
     EXPECT_EQ(text, text_of("power.json"));
     EXPECT_LT(text.find("measured_power_voltage_v"), text.find("power_source"));
-    EXPECT_EQ(fs::status(power_document_path).permissions(), fs::perms::owner_all);
+    EXPECT_EQ(fs::status(power_document.path).permissions(), fs::perms::owner_all);
 }
 
 PLAYED_TEST(UpdateCycle, BuildsADeletedDocumentFromTheMembersReported)
@@ -120,7 +121,7 @@ TEST_F(UpdateCycle, GoesOnWithAFolderInADocumentsPlace)
     }
     EXPECT_EQ(events.take_names(), std::vector<std::string>{});
 
-    fs::remove(power_document_path);
+    fs::remove(power_document.path);
     send_line("power_v_value 8");
     settle();
     EXPECT_EQ(document("power.json"), parsed(R"({"power": {"measured_power_current_a": 8}})"));

@@ -2,6 +2,7 @@
 /// are read from.
 #include <filesystem>
 
+#include "store/documents.h"
 #include "tests/table_test.h"
 
 namespace fs = std::filesystem;
@@ -108,7 +109,7 @@ TEST_F(VideoTiming, IsPublishedForTheInputOfItsPort)
     publish_1080p60(expected["inputs"][1]["video"]);
     EXPECT_EQ(document("inputs.json"), expected);
 
-    fs::remove(inputs_document_path);
+    fs::remove(inputs_document.path);
     EXPECT_EQ(cost_of("1080p60 port=1 scan_mode=1"), created);
     expected = parsed(R"({"inputs": [{"video": null}, {"video": {}}]})");
     publish_1080p60(expected["inputs"][1]["video"]);

@@ -1,8 +1,8 @@
 /// The power source and the current that is drawn.
 #include <mutex>
 
-#include "core/paths.h"
 #include "core/shared_state.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 #include "usb_power/usb_power.h"
@@ -21,7 +21,7 @@ int last_power_v_value = -1;
 void update_power_source()
 {
     const std::lock_guard<std::mutex> lock(document_mutex);
-    Json::Value root = read_document(power_document_path);
+    Json::Value root = read_document(power_document.path);
     if (const char* source = text_of_code(power_source_texts, power_status, nullptr)) {
         Json::Value& power = object_in(root, "power");
         power["power_source"] = source;
@@ -29,7 +29,7 @@ void update_power_source()
     } else if (!root.isMember("power")) {
         root["power"] = Json::Value(Json::objectValue);
     }
-    write_json_to_file(power_document_path, root);
+    write_json_to_file(power_document.path, root);
 }
 
 void update_power_current(int value)
@@ -40,7 +40,7 @@ void update_power_current(int value)
     last_power_v_value = value;
 
     const std::lock_guard<std::mutex> lock(document_mutex);
-    Json::Value root = read_document(power_document_path);
+    Json::Value root = read_document(power_document.path);
     object_in(root, "power")["measured_power_current_a"] = value;
-    write_json_to_file(power_document_path, root);
+    write_json_to_file(power_document.path, root);
 }

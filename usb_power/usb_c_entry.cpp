@@ -1,6 +1,6 @@
 /// The entries of `usb_c` in `usb-host.json`: how one is found, and how it is emptied.
 #include "usb_power/usb_c_entry.h"
-#include "core/paths.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 
@@ -47,9 +47,9 @@ Json::Value* find_usb_c_entry(Json::Value& entries, int index)
 
 void reset_usb_c_entry()
 {
-    Json::Value root = read_document(usb_host_document_path);
+    Json::Value root = read_document(usb_host_document.path);
     if (Json::Value* entry = find_usb_c_entry(array_in(root, "usb_c"), usb_c_input_index)) {
         *entry = empty_usb_c_entry(is_charging_enabled(*entry));
     }
-    write_json_to_file(usb_host_document_path, root);
+    write_json_to_file(usb_host_document.path, root);
 }

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <mutex>
 
-#include "core/paths.h"
 #include "core/shared_state.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 #include "usb_power/usb_power.h"
@@ -93,7 +93,7 @@ ManufacturerText manufacturer_text(const TypeC_Info& record)
 void update_usb_c_port(const TypeC_Info* record)
 {
     const std::lock_guard<std::mutex> lock(document_mutex);
-    Json::Value root = read_document(usb_host_document_path);
+    Json::Value root = read_document(usb_host_document.path);
     Json::Value& entry = entry_at(array_in(root, "usb_c"), 0, [] { return Json::Value(); });
     entry["connected"] = true;
 
@@ -104,6 +104,6 @@ void update_usb_c_port(const TypeC_Info* record)
     changed |= publish_partner(object_in(generic, "partner"), *record);
     changed |= publish_charging(object_in(entry, "charging"), *record);
     if (changed) {
-        write_json_to_file(usb_host_document_path, root);
+        write_json_to_file(usb_host_document.path, root);
     }
 }

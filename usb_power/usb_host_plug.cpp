@@ -1,8 +1,8 @@
 /// Plug states of the USB host inputs.
 #include <mutex>
 
-#include "core/paths.h"
 #include "core/shared_state.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 #include "usb_power/usb_c_entry.h"
@@ -13,11 +13,11 @@ namespace {
 void publish_plug(int index, int status)
 {
     const std::lock_guard<std::mutex> lock(document_mutex);
-    Json::Value root = read_document(usb_host_document_path);
+    Json::Value root = read_document(usb_host_document.path);
     if (Json::Value* entry = find_usb_c_entry(array_in(root, "usb_c"), index)) {
         (*entry)["connected"] = status == 1;
     }
-    write_json_to_file(usb_host_document_path, root);
+    write_json_to_file(usb_host_document.path, root);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 /// HDMI and DVI: the signal type of the HDMI input.
 #include <mutex>
 
-#include "core/paths.h"
 #include "core/shared_state.h"
+#include "store/documents.h"
 #include "store/store.h"
 #include "video/video.h"
 #include "video/video_codes.h"
@@ -20,8 +20,8 @@ void apply_hdmi_video_mode(const CmdDataHdmiVideoMode* report)
         return;
     }
 
-    Json::Value root = read_document(inputs_document_path);
+    Json::Value root = read_document(inputs_document.path);
     input_video(root, hdmi_input)["signal_type"] =
         text_of_code(signal_type_texts, report->mode, "N/A");
-    write_json_to_file(inputs_document_path, root);
+    write_json_to_file(inputs_document.path, root);
 }

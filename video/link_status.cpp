@@ -1,8 +1,8 @@
 /// Link status: whether a video input is connected.
 #include <mutex>
 
-#include "core/paths.h"
 #include "core/shared_state.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 #include "usb_power/usb_c_entry.h"
@@ -42,7 +42,7 @@ void apply_link_status(const CmdDataLinkStatus* report)
         return;
     }
 
-    Json::Value root = read_document(inputs_document_path);
+    Json::Value root = read_document(inputs_document.path);
     Json::Value& entry = input_entry(root, position, "video");
     Json::Value& video = object_in(entry, "video");
     video["connected"] = is_up;
@@ -51,5 +51,5 @@ void apply_link_status(const CmdDataLinkStatus* report)
     } else {
         publish_link_down(position, cache, entry, video);
     }
-    write_json_to_file(inputs_document_path, root);
+    write_json_to_file(inputs_document.path, root);
 }

@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <mutex>
 
-#include "core/paths.h"
 #include "core/shared_state.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 #include "video/video.h"
@@ -72,12 +72,12 @@ void publish_timing(const VideoTimingFields& timing)
         return;
     }
 
-    Json::Value root = read_document(inputs_document_path);
+    Json::Value root = read_document(inputs_document.path);
     Json::Value& video = input_video(root, position);
     video["embedded_audio_present"] = true;
     set_timing(object_in(video, "timing"), timing);
     video["active_resolution"] = resolution_text(timing.h_active_pixels, timing.v_active_pixels);
     video["total_resolution"] = resolution_text(timing.h_total_pixels, timing.v_total_pixels);
     video["refresh_rate_hz"] = frame_rate_hz(timing);
-    write_json_to_file(inputs_document_path, root);
+    write_json_to_file(inputs_document.path, root);
 }

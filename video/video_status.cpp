@@ -1,8 +1,8 @@
 /// Video status: whether a signal is present, and its colour format.
 #include <mutex>
 
-#include "core/paths.h"
 #include "core/shared_state.h"
+#include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
 #include "video/video.h"
@@ -54,7 +54,7 @@ void apply_video_status(const CmdDataVideoStatus* report)
         return;
     }
 
-    Json::Value root = read_document(inputs_document_path);
+    Json::Value root = read_document(inputs_document.path);
     Json::Value& entry = input_entry(root, position, "video");
     Json::Value& video = object_in(entry, "video");
     Json::Value& color = object_in(video, "color");
@@ -67,6 +67,6 @@ void apply_video_status(const CmdDataVideoStatus* report)
     changed |= report->isStable != 0 ? publish_stable_signal(*report, cache, video, color)
                                      : publish_lost_signal(cache, entry);
     if (changed) {
-        write_json_to_file(inputs_document_path, root);
+        write_json_to_file(inputs_document.path, root);
     }
 }

@@ -15,7 +15,8 @@
 #include <string>
 #include <system_error>
 
-#include "store/event_names.h"
+#include "core/paths.h"
+#include "store/store.h"
 
 namespace statusctl {
 
@@ -82,7 +83,8 @@ DocumentSet documents_of_event(std::string_view event)
 {
     DocumentSet documents;
     for (std::size_t i = 0; i < std::size(status_documents); ++i) {
-        documents[i] = !event.empty() && status_documents[i].event == event;
+        const char* own = status_documents[i].event;
+        documents[i] = own != nullptr && event == own;
     }
     return documents;
 }
@@ -120,7 +122,7 @@ DocumentSet documents_of_change(const inotify_event& change, const char* name, b
     for (std::size_t i = 0; i < std::size(status_documents); ++i) {
         // A rewrite is announced by its event. A file that comes new, as when the service
         // starts again, or that goes, is announced by nothing.
-        const bool announced = have_events && !status_documents[i].event.empty();
+        const bool announced = have_events && status_documents[i].event != nullptr;
         const bool counts = !announced || (change.mask & IN_CLOSE_WRITE) == 0;
         documents[i] = counts && name == std::string(status_documents[i].name) + ".json";
     }
