@@ -5,9 +5,9 @@
 #include "audio/audio_codes.h"
 #include "core/shared_state.h"
 #include "store/documents.h"
+#include "store/input_entries.h"
 #include "store/json_access.h"
 #include "store/store.h"
-#include "video/video_inputs.h"
 
 namespace {
 
@@ -50,7 +50,7 @@ void set_audio(Json::Value& object, const InputAudio& audio)
 void apply_audio_status(const CmdDataAudioStatus* report)
 {
     const std::lock_guard<std::mutex> lock(document_mutex);
-    const Json::ArrayIndex position = input_position(report->port);
+    const unsigned position = input_position(report->port);
     if (input_cache[position].connected == 0) {
         return;
     }

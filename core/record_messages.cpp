@@ -11,33 +11,34 @@
 
 void handle_video_status(const MessageHeader* /*header*/, const void* payload)
 {
-    const auto* v = static_cast<const CmdDataVideoStatus*>(payload);
+    const auto* report = static_cast<const CmdDataVideoStatus*>(payload);
     LOG_INFO(
         "CmdDataVideoStatus v-port=%d, isStable=%d, isMute=%d, hactive=%d, vactive=%d, "
         "frameRate=%d, colorspace=%d, deepcolor=%d, aspectRatio=%d, "
         "interlaced=%d,color_range=%d",
-        v->port, v->isStable, v->isMute, v->hactive, v->vactive, v->frameRate, v->colorspace,
-        v->deepcolor, v->aspectRatio, v->interlaced, v->color_range);
-    apply_video_status(v);
+        report->port, report->isStable, report->isMute, report->hactive, report->vactive,
+        report->frameRate, report->colorspace, report->deepcolor, report->aspectRatio,
+        report->interlaced, report->color_range);
+    apply_video_status(report);
 }
 
 void handle_audio_status(const MessageHeader* /*header*/, const void* payload)
 {
-    const auto* a = static_cast<const CmdDataAudioStatus*>(payload);
+    const auto* report = static_cast<const CmdDataAudioStatus*>(payload);
     LOG_INFO(
         "CmdDataAudioStatus a->port=%d,a->fromPort=%d,a->isStable=%d,a->isMute=%d,"
         "a->audioCoding=%d,a->sampleFreq=%d,a->sampleDepth=%d,a->channels=%d,a->audType=%d",
-        a->port, a->fromPort, a->isStable, a->isMute, a->audioCoding, a->sampleFreq, a->sampleDepth,
-        a->channels, a->audType);
-    apply_audio_status(a);
+        report->port, report->fromPort, report->isStable, report->isMute, report->audioCoding,
+        report->sampleFreq, report->sampleDepth, report->channels, report->audType);
+    apply_audio_status(report);
 }
 
 void handle_link_status(const MessageHeader* /*header*/, const void* payload)
 {
-    const auto* l = static_cast<const CmdDataLinkStatus*>(payload);
-    LOG_INFO("CmdDataLinkStatus l-port=%d, isConnect=%d, isHpd=%d", l->port, l->isConnect,
-             l->isHpd);
-    apply_link_status(l);
+    const auto* report = static_cast<const CmdDataLinkStatus*>(payload);
+    LOG_INFO("CmdDataLinkStatus l-port=%d, isConnect=%d, isHpd=%d", report->port, report->isConnect,
+             report->isHpd);
+    apply_link_status(report);
 }
 
 void handle_ethernet_status(const MessageHeader* /*header*/, const void* /*payload*/)
@@ -48,10 +49,10 @@ void handle_ethernet_status(const MessageHeader* /*header*/, const void* /*paylo
 
 void handle_video_timing(const MessageHeader* /*header*/, const void* payload)
 {
-    CmdDataVideoTiming message;
-    std::memcpy(&message, payload, sizeof message);
-    const VideoTimingFields& t = message.timing;
-    if (!accept_reported_timing(t, message.current_play_port)) {
+    CmdDataVideoTiming report;
+    std::memcpy(&report, payload, sizeof report);
+    const VideoTimingFields& timing = report.timing;
+    if (!accept_reported_timing(timing, report.current_play_port)) {
         return;
     }
     LOG_INFO(
@@ -61,12 +62,13 @@ void handle_video_timing(const MessageHeader* /*header*/, const void* payload)
         "h_sync_polarity=%u, v_total_pixels=%u, v_active_pixels=%u, "
         "v_sync_pulse_width=%u, v_sync_back_porch=%u, v_sync_front_porch=%u, "
         "v_sync_frequency_hz=%u, v_sync_polarity=%u",
-        t.port, message.current_play_port, t.scan_mode, t.pixel_clock, t.h_total_pixels,
-        t.h_active_pixels, t.h_sync_pulse_width, t.h_sync_back_porch, t.h_sync_front_porch,
-        t.h_sync_frequency_hz, t.h_sync_polarity, t.v_total_pixels, t.v_active_pixels,
-        t.v_sync_pulse_width, t.v_sync_back_porch, t.v_sync_front_porch, t.v_sync_frequency_hz,
-        t.v_sync_polarity);
-    publish_timing(t);
+        timing.port, report.current_play_port, timing.scan_mode, timing.pixel_clock,
+        timing.h_total_pixels, timing.h_active_pixels, timing.h_sync_pulse_width,
+        timing.h_sync_back_porch, timing.h_sync_front_porch, timing.h_sync_frequency_hz,
+        timing.h_sync_polarity, timing.v_total_pixels, timing.v_active_pixels,
+        timing.v_sync_pulse_width, timing.v_sync_back_porch, timing.v_sync_front_porch,
+        timing.v_sync_frequency_hz, timing.v_sync_polarity);
+    publish_timing(timing);
 }
 
 /// Carries its port as text, yet is looked up by the table: its length tells whether there is
@@ -87,31 +89,32 @@ void handle_video_start_working(const MessageHeader* header, const void* payload
 
 void handle_hdcp_status(const MessageHeader* /*header*/, const void* payload)
 {
-    const auto* h = static_cast<const CmdDataHDCPStatus*>(payload);
-    LOG_INFO("CmdDataHDCPStatus h-port=%d, isEncrypted=%d, status=%d", h->port, h->isEncrypted,
-             h->status);
-    apply_hdcp_status(h);
+    const auto* report = static_cast<const CmdDataHDCPStatus*>(payload);
+    LOG_INFO("CmdDataHDCPStatus h-port=%d, isEncrypted=%d, status=%d", report->port,
+             report->isEncrypted, report->status);
+    apply_hdcp_status(report);
 }
 
 void handle_hdmi_video_mode(const MessageHeader* /*header*/, const void* payload)
 {
-    const auto* m = static_cast<const CmdDataHdmiVideoMode*>(payload);
-    LOG_INFO("CmdDataHdmiVideoMode port=%d, mode=%d", m->port, m->mode);
-    apply_hdmi_video_mode(m);
+    const auto* report = static_cast<const CmdDataHdmiVideoMode*>(payload);
+    LOG_INFO("CmdDataHdmiVideoMode port=%d, mode=%d", report->port, report->mode);
+    apply_hdmi_video_mode(report);
 }
 
 void handle_typec_info(const MessageHeader* /*header*/, const void* payload)
 {
-    const auto* c = static_cast<const TypeC_Info*>(payload);
+    const auto* report = static_cast<const TypeC_Info*>(payload);
     LOG_INFO(
         "TypeC_Info ChargingState=%d, ChargingMode=%d, Charging_mV=%u, Charging_mA=%u, "
         "Power_Role=%d, Data_Role=%d, Plug_Orientation=%d, Remote_DpMode_Support=%d, "
         "DpMode_Active=%d, PeerDeviceVID=0x%04X, PeerDevicePID=0x%04X, "
         "PeerDeviceMFT_String=%s, PinAssignment=%d, RemotePdSupport=%d, "
         "RemotePdRevision=%d",
-        c->ChargingState, c->ChargingMode, c->Charging_mV, c->Charging_mA, c->Power_Role,
-        c->Data_Role, c->Plug_Orientation, c->Remote_DpMode_Support, c->DpMode_Active,
-        c->PeerDeviceVID, c->PeerDevicePID, manufacturer_text(*c).text, c->PinAssignment,
-        c->RemotePdSupport, c->RemotePdRevision);
-    update_usb_c_port(c);
+        report->ChargingState, report->ChargingMode, report->Charging_mV, report->Charging_mA,
+        report->Power_Role, report->Data_Role, report->Plug_Orientation,
+        report->Remote_DpMode_Support, report->DpMode_Active, report->PeerDeviceVID,
+        report->PeerDevicePID, manufacturer_text(*report).text, report->PinAssignment,
+        report->RemotePdSupport, report->RemotePdRevision);
+    update_usb_c_port(report);
 }

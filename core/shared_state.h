@@ -3,14 +3,16 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <mutex>
+#include <type_traits>
 
 /// Held across every read-modify-write of a document; guards `input_cache` as well. Taken
 /// before the lock of the input update timer and that of the event sender, never after.
 extern std::mutex document_mutex;
 
 /// What was last published for a video input, to tell a change from a repetition.
-struct InputCache {
+struct __attribute__((packed)) InputCache {
     std::uint8_t connected;    // 1 link up, 0 link down
     std::uint8_t isStable;     // as last reported
     std::uint8_t signal_type;  // 0 none; USB-C: 1 for "DP"; HDMI: the mode as last reported
@@ -42,13 +44,29 @@ struct InputCache {
     std::uint8_t h_sync_polarity;
     std::uint8_t v_sync_polarity;
 };
+static_assert(std::has_unique_object_representations_v<InputCache>, "compared as bytes");
+
+inline bool operator!=(const InputCache& left, const InputCache& right)
+{
+    return std::memcmp(&left, &right, sizeof left) != 0;
+}
 
 /// Fills a cache that knows nothing of its input: at start, and when the link goes down. It is
 /// no legal code of any field, so the first report of each field counts as a change, and as it
 /// is not 0, an input counts as connected and stable until something else is reported.
 constexpr unsigned char input_cache_fill_byte = 0x9F;
 
-/// [0] HDMI, [1] USB-C. Under `document_mutex`.
+// The video inputs by their positions in `input_cache` and in the array `inputs`.
+constexpr unsigned hdmi_input = 0;
+constexpr unsigned usb_c_input = 1;
+
+/// The input that a report's port means. No port is rejected.
+constexpr unsigned input_position(int port)
+{
+    return port == 1 ? usb_c_input : hdmi_input;
+}
+
+/// Under `document_mutex`.
 extern InputCache input_cache[2];
 
 /// Fills one cache, every byte of it. Under `document_mutex`, or before any thread is started.

@@ -10,7 +10,7 @@
 #include "core/log.h"
 #include "core/paths.h"
 #include "core/shared_state.h"
-#include "store/store.h"
+#include "store/documents.h"
 
 namespace {
 

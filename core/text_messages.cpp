@@ -82,21 +82,31 @@ void handle_usb_host_in1(const char* text)
     update_usb_host_in1_plug(status);
 }
 
+// clang-format off
+constexpr struct {
+    std::uint32_t type;
+    void (*handler)(const char* text);
+} text_handlers[] = {
+    {MSG_TYPE_POWER_STATUS,     handle_power_status},
+    {MSG_TYPE_POWER_V_VALUE,    handle_power_v_value},
+    {MSG_TYPE_ETHERNET_CONTROL, handle_ethernet_control},
+    {MSG_TYPE_CHARGER_STATUS,   handle_charger_status},
+    {MSG_TYPE_HDCP_VERSION,     handle_hdcp_version},
+    {MSG_TYPE_UAC_CONTROL,      handle_uac_control},
+    {MSG_TYPE_USB_HOST_IN2,     handle_usb_host_in2},
+    {MSG_TYPE_USB_HOST_IN1,     handle_usb_host_in1},
+};
+// clang-format on
+
 }  // namespace
 
-// clang-format off
 bool handle_text_message(std::uint32_t type, const char* text)
 {
-    switch (type) {
-    case MSG_TYPE_POWER_STATUS:     handle_power_status(text);     return true;
-    case MSG_TYPE_POWER_V_VALUE:    handle_power_v_value(text);    return true;
-    case MSG_TYPE_ETHERNET_CONTROL: handle_ethernet_control(text); return true;
-    case MSG_TYPE_CHARGER_STATUS:   handle_charger_status(text);   return true;
-    case MSG_TYPE_HDCP_VERSION:     handle_hdcp_version(text);     return true;
-    case MSG_TYPE_UAC_CONTROL:      handle_uac_control(text);      return true;
-    case MSG_TYPE_USB_HOST_IN2:     handle_usb_host_in2(text);     return true;
-    case MSG_TYPE_USB_HOST_IN1:     handle_usb_host_in1(text);     return true;
-    default:                        return false;
+    for (const auto& row : text_handlers) {
+        if (row.type == type) {
+            row.handler(text);
+            return true;
+        }
     }
+    return false;
 }
-// clang-format on

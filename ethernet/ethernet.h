@@ -1,12 +1,6 @@
 /// The four Ethernet ports, published in `ethernet.json`. All of it runs on the dispatch thread
-/// and, but for what builds entries, takes `document_mutex`; nothing is reported to the caller.
+/// and takes `document_mutex`; nothing is reported to the caller.
 #pragma once
-
-#include <string>
-
-#include <json/value.h>
-
-constexpr Json::ArrayIndex ethernet_port_count = 4;
 
 // --- ethernet_port_status.cpp ---
 
@@ -20,11 +14,3 @@ void update_ethernet_status();
 /// Publishes whether port 1 to 4 is enabled, which it is by the word "on" alone; the link shows
 /// it at the next update. Every other port is ignored, and so is a document without the array.
 void set_ethernet_port_enabled(int port, const char* state);
-
-// --- ethernet_entries.cpp ---
-
-/// A `link` that is down.
-Json::Value down_link();
-
-/// An entry for a port that the document lacks.
-Json::Value make_ethernet_entry(const std::string& name);

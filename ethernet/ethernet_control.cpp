@@ -4,6 +4,7 @@
 
 #include "core/shared_state.h"
 #include "ethernet/ethernet.h"
+#include "ethernet/ethernet_entries.h"
 #include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"

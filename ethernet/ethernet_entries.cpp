@@ -1,5 +1,4 @@
-/// The entries of `ethernet.json` that have to be built anew.
-#include "ethernet/ethernet.h"
+#include "ethernet/ethernet_entries.h"
 
 Json::Value down_link()
 {

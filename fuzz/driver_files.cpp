@@ -3,8 +3,10 @@
 
 #include "core/paths.h"
 #include "ethernet/ethernet.h"
+#include "ethernet/ethernet_entries.h"
 #include "fuzz/device.h"
 #include "store/documents.h"
+#include "video/timing.h"
 #include "video/video.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);

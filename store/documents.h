@@ -1,8 +1,11 @@
 /// The five status documents: the one list of them, for the service and for all that is built
-/// around it. The texts themselves stand in default_texts.cpp.
+/// around it, and how they are seeded.
 #pragma once
 
+#include <cstdint>
 #include <string_view>
+
+// --- default_texts.cpp ---
 
 extern const std::string_view inputs_default_text;
 extern const std::string_view usb_host_default_text;
@@ -34,3 +37,21 @@ constexpr StatusDocument outputs_document =
 constexpr StatusDocument status_documents[] = {
     inputs_document, usb_host_document, ethernet_document, power_document, outputs_document,
 };
+
+/// The netlink multicast group that the events are sent to.
+constexpr std::uint32_t update_event_group = 1;
+
+// --- seed_documents.cpp: called at start, in this order, before any thread is started. ---
+//
+// A document that can't be written is absent until a handler writes it; nothing is reported.
+
+/// Writes the default text unless there is a document already.
+void seed_inputs_document();
+/// Writes the default text over whatever is there.
+void seed_usb_host_document();
+/// Writes the default text unless there is a document already.
+void seed_ethernet_document();
+/// Writes the default text over whatever is there.
+void seed_power_document();
+/// Writes the default text unless there is a document already.
+void seed_outputs_document();

@@ -9,7 +9,6 @@
 
 #include "core/paths.h"
 #include "store/documents.h"
-#include "store/store.h"
 
 namespace {
 

@@ -1,26 +1,10 @@
-/// The five status documents: how they are seeded, the cycle that changes one, and the events
-/// that announce a change. The documents are the store: between two messages no copy of one
-/// lives in memory.
+/// The cycle that changes a document, and the events that announce a change. The documents are the
+/// store: between two messages no copy of one lives in memory.
 #pragma once
 
 #include <cstdint>
 
 #include <json/value.h>
-
-// --- seed_documents.cpp: called at start, in this order, before any thread is started. ---
-//
-// A document that can't be written is absent until a handler writes it; nothing is reported.
-
-/// Writes the default text unless there is a document already.
-void seed_inputs_document();
-/// Writes the default text over whatever is there.
-void seed_usb_host_document();
-/// Writes the default text unless there is a document already.
-void seed_ethernet_document();
-/// Writes the default text over whatever is there.
-void seed_power_document();
-/// Writes the default text unless there is a document already.
-void seed_outputs_document();
 
 // --- read_document.cpp ---
 
@@ -37,9 +21,6 @@ Json::Value read_document(const char* path);
 void write_json_to_file(const char* path, const Json::Value& root);
 
 // --- update_events.cpp ---
-
-/// The netlink multicast group that the events are sent to.
-constexpr std::uint32_t update_event_group = 1;
 
 /// Broadcasts the name of an event, zero-terminated and at most 1,023 bytes long, to
 /// `update_event_group`. `destination` is the netlink port for a copy of its own, -1 for none.

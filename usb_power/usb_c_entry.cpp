@@ -1,8 +1,10 @@
 /// The entries of `usb_c` in `usb-host.json`: how one is found, and how it is emptied.
 #include "usb_power/usb_c_entry.h"
+
 #include "store/documents.h"
 #include "store/json_access.h"
 #include "store/store.h"
+#include "usb_power/usb_power.h"
 
 namespace {
 

@@ -11,7 +11,3 @@ constexpr int usb_host_in2_index = 2;
 /// The first entry with this `index`; null where there is none. An entry without the member is
 /// passed over and gets it as null. Under `document_mutex`.
 Json::Value* find_usb_c_entry(Json::Value& entries, int index);
-
-/// Takes the entry of the USB-C input back to its empty values, as its partner has gone; whether
-/// charging is enabled stays. Rewrites the document in every case. Under `document_mutex`.
-void reset_usb_c_entry();

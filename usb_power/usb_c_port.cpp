@@ -24,10 +24,10 @@ HexId hex_id(std::uint16_t id)
     return hex;
 }
 
-const char* active_pins(const TypeC_Info& record)
+const char* active_pins(const TypeC_Info& report)
 {
-    return record.DpMode_Active == 1
-               ? text_of_code(pin_assignment_texts, record.PinAssignment, "N/A")
+    return report.DpMode_Active == 1
+               ? text_of_code(pin_assignment_texts, report.PinAssignment, "N/A")
                : "N/A";
 }
 
@@ -37,10 +37,10 @@ const char* vendor_name(std::uint16_t id)
     return name != nullptr ? name : "Unknown";
 }
 
-const char* charging_state(const TypeC_Info& record)
+const char* charging_state(const TypeC_Info& report)
 {
     return power_status == 0 ? "Unavailable"
-                             : text_of_code(charging_state_texts, record.ChargingState, "N/A");
+                             : text_of_code(charging_state_texts, report.ChargingState, "N/A");
 }
 
 /// Numbers are compared with their kinds. The parser gives a number the signed kind, so in
@@ -56,41 +56,41 @@ bool set_unsigned(Json::Value& object, const char* name, std::uint32_t number)
     return false;
 }
 
-bool publish_partner(Json::Value& partner, const TypeC_Info& record)
+bool set_partner(Json::Value& partner, const TypeC_Info& report)
 {
-    const HexId product_id = hex_id(record.PeerDevicePID);
-    const ManufacturerText manufacturer = manufacturer_text(record);
-    bool changed = set_text(partner, "vendor_id", hex_id(record.PeerDeviceVID).text);
-    changed |= set_text(partner, "vendor", vendor_name(record.PeerDeviceVID));
+    const HexId product_id = hex_id(report.PeerDevicePID);
+    const ManufacturerText manufacturer = manufacturer_text(report);
+    bool changed = set_text(partner, "vendor_id", hex_id(report.PeerDeviceVID).text);
+    changed |= set_text(partner, "vendor", vendor_name(report.PeerDeviceVID));
     changed |= set_text(partner, "product_id", product_id.text);
     changed |= set_text(partner, "product",
-                        record.PeerDevicePID == 0 ? "Not Supported" : manufacturer.text);
+                        report.PeerDevicePID == 0 ? "Not Supported" : manufacturer.text);
     return changed;
 }
 
 /// Without a charging state the figures mean nothing. While the power supply makes charging
 /// unavailable, they still say what the partner would get.
-bool publish_charging(Json::Value& charging, const TypeC_Info& record)
+bool set_charging(Json::Value& charging, const TypeC_Info& report)
 {
-    const char* state = charging_state(record);
+    const char* state = charging_state(report);
     const bool has_figures = std::strcmp(state, "N/A") != 0 && std::strcmp(state, "Inactive") != 0;
     bool changed =
-        set_unsigned(charging, "vbus_voltage_nominal_v", has_figures ? record.Charging_mV : 0);
-    changed |= set_unsigned(charging, "max_vbus_current_a", has_figures ? record.Charging_mA : 0);
+        set_unsigned(charging, "vbus_voltage_nominal_v", has_figures ? report.Charging_mV : 0);
+    changed |= set_unsigned(charging, "max_vbus_current_a", has_figures ? report.Charging_mA : 0);
     changed |= set_text(charging, "charging_state", state);
     return changed;
 }
 
 }  // namespace
 
-ManufacturerText manufacturer_text(const TypeC_Info& record)
+ManufacturerText manufacturer_text(const TypeC_Info& report)
 {
     ManufacturerText text = {};
-    std::memcpy(text.text, record.PeerDeviceMFT_String, sizeof record.PeerDeviceMFT_String);
+    std::memcpy(text.text, report.PeerDeviceMFT_String, sizeof report.PeerDeviceMFT_String);
     return text;
 }
 
-void update_usb_c_port(const TypeC_Info* record)
+void update_usb_c_port(const TypeC_Info* report)
 {
     const std::lock_guard<std::mutex> lock(document_mutex);
     Json::Value root = read_document(usb_host_document.path);
@@ -99,10 +99,10 @@ void update_usb_c_port(const TypeC_Info* record)
 
     Json::Value& generic = object_in(entry, "generic");
     bool changed =
-        set_flag(generic, "host_supports_dp_alt_mode", record->Remote_DpMode_Support == 1);
-    changed |= set_text(generic, "active_dp_alt_mode_pins", active_pins(*record));
-    changed |= publish_partner(object_in(generic, "partner"), *record);
-    changed |= publish_charging(object_in(entry, "charging"), *record);
+        set_flag(generic, "host_supports_dp_alt_mode", report->Remote_DpMode_Support == 1);
+    changed |= set_text(generic, "active_dp_alt_mode_pins", active_pins(*report));
+    changed |= set_partner(object_in(generic, "partner"), *report);
+    changed |= set_charging(object_in(entry, "charging"), *report);
     if (changed) {
         write_json_to_file(usb_host_document.path, root);
     }

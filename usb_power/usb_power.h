@@ -1,22 +1,30 @@
 /// The USB-C port and its partner, the USB host inputs and the power source, published in
-/// `usb-host.json` and `power.json`. All of it runs on the dispatch thread and, but for
-/// `manufacturer_text`, takes `document_mutex`; nothing is reported to the caller.
+/// `usb-host.json` and `power.json`. All of it runs on the dispatch thread and takes
+/// `document_mutex` unless it says otherwise; nothing is reported to the caller.
 #pragma once
 
 #include "core/messages.h"
 
 // --- usb_c_port.cpp ---
 
-/// The manufacturer's text of a record, zero-terminated within the width of its field.
+/// The manufacturer's text of a report, zero-terminated within the width of its field. Takes no
+/// lock.
 struct ManufacturerText {
     char text[sizeof(TypeC_Info::PeerDeviceMFT_String) + 1];
 };
-ManufacturerText manufacturer_text(const TypeC_Info& record);
+ManufacturerText manufacturer_text(const TypeC_Info& report);
 
 /// Publishes the partner of the USB-C port, its DisplayPort alternate mode and its charging, in
-/// mV and mA as received. Every record ends in a write, also one that repeats the last, unless
+/// mV and mA as received. Every report ends in a write, also one that repeats the last, unless
 /// both figures are above 2^31 - 1 and nothing else differs.
-void update_usb_c_port(const TypeC_Info* record);
+void update_usb_c_port(const TypeC_Info* report);
+
+// --- usb_c_entry.cpp ---
+
+/// Takes the entry of the USB-C input back to its empty values, as its partner has gone; whether
+/// charging is enabled stays. Rewrites the document in every case. The caller holds
+/// `document_mutex`.
+void reset_usb_c_entry();
 
 // --- charging_control.cpp ---
 

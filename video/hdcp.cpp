@@ -4,16 +4,16 @@
 
 #include "core/shared_state.h"
 #include "store/documents.h"
+#include "store/input_entries.h"
 #include "store/json_access.h"
 #include "store/store.h"
 #include "video/video.h"
 #include "video/video_codes.h"
-#include "video/video_inputs.h"
 
 void apply_hdcp_status(const CmdDataHDCPStatus* report)
 {
     const std::lock_guard<std::mutex> lock(document_mutex);
-    const Json::ArrayIndex position = input_position(report->port);
+    const unsigned position = input_position(report->port);
     if (input_cache[position].connected == 0) {
         return;
     }

@@ -3,6 +3,7 @@
 
 #include "core/shared_state.h"
 #include "store/documents.h"
+#include "store/input_entries.h"
 #include "store/store.h"
 #include "video/video.h"
 #include "video/video_codes.h"

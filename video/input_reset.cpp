@@ -1,9 +1,8 @@
 /// The empty values of a video input, for a signal that is lost and a link that goes down.
 #include <array>
-#include <tuple>
 
 #include "store/json_access.h"
-#include "video/video.h"
+#include "video/video_inputs.h"
 
 namespace {
 
@@ -83,19 +82,6 @@ constexpr InputCache make_blank_cache()
 }
 constexpr InputCache blank_cache = make_blank_cache();
 
-/// Every field that blanking sets: all but `connected` and `isStable`.
-template <typename Cache>
-constexpr auto blanked_fields(Cache& c)
-{
-    return std::tie(c.signal_type, c.blank_mark_1, c.blank_mark_2, c.blank_mark_3, c.blank_mark_4,
-                    c.blank_mark_5, c.blank_mark_6, c.color_space, c.color_depth, c.color_range,
-                    c.blank_mark_7, c.scan_mode, c.pixel_clock, c.h_total_pixels, c.h_active_pixels,
-                    c.h_sync_pulse_width, c.h_sync_back_porch, c.h_sync_front_porch,
-                    c.h_sync_frequency_hz, c.v_total_pixels, c.v_active_pixels,
-                    c.v_sync_pulse_width, c.v_sync_back_porch, c.v_sync_front_porch,
-                    c.v_sync_frequency_hz, c.h_sync_polarity, c.v_sync_polarity);
-}
-
 }  // namespace
 
 void reset_input_entry(Json::Value& entry)
@@ -109,11 +95,13 @@ void reset_input_entry(Json::Value& entry)
     }
 }
 
+// As a whole, so that no field can be left out.
 bool blank_input_cache(InputCache& cache)
 {
-    if (blanked_fields(cache) == blanked_fields(blank_cache)) {
-        return false;
-    }
-    blanked_fields(cache) = blanked_fields(blank_cache);
-    return true;
+    InputCache blank = blank_cache;
+    blank.connected = cache.connected;
+    blank.isStable = cache.isStable;
+    const bool changes = cache != blank;
+    cache = blank;
+    return changes;
 }

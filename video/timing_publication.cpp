@@ -4,8 +4,10 @@
 
 #include "core/shared_state.h"
 #include "store/documents.h"
+#include "store/input_entries.h"
 #include "store/json_access.h"
 #include "store/store.h"
+#include "video/timing.h"
 #include "video/video.h"
 #include "video/video_codes.h"
 #include "video/video_inputs.h"
@@ -15,23 +17,25 @@ namespace {
 /// Takes the whole timing into the cache; true where any of it differs.
 bool take_timing(InputCache& cache, const VideoTimingFields& timing)
 {
-    bool changed = take(cache.scan_mode, timing.scan_mode);
-    changed |= take(cache.pixel_clock, timing.pixel_clock);
-    changed |= take(cache.h_total_pixels, timing.h_total_pixels);
-    changed |= take(cache.h_active_pixels, timing.h_active_pixels);
-    changed |= take(cache.h_sync_pulse_width, timing.h_sync_pulse_width);
-    changed |= take(cache.h_sync_back_porch, timing.h_sync_back_porch);
-    changed |= take(cache.h_sync_front_porch, timing.h_sync_front_porch);
-    changed |= take(cache.h_sync_frequency_hz, timing.h_sync_frequency_hz);
-    changed |= take(cache.h_sync_polarity, timing.h_sync_polarity);
-    changed |= take(cache.v_total_pixels, timing.v_total_pixels);
-    changed |= take(cache.v_active_pixels, timing.v_active_pixels);
-    changed |= take(cache.v_sync_pulse_width, timing.v_sync_pulse_width);
-    changed |= take(cache.v_sync_back_porch, timing.v_sync_back_porch);
-    changed |= take(cache.v_sync_front_porch, timing.v_sync_front_porch);
-    changed |= take(cache.v_sync_frequency_hz, timing.v_sync_frequency_hz);
-    changed |= take(cache.v_sync_polarity, timing.v_sync_polarity);
-    return changed;
+    const InputCache before = cache;
+    cache.scan_mode = timing.scan_mode;
+    cache.pixel_clock = timing.pixel_clock;
+    cache.h_total_pixels = timing.h_total_pixels;
+    cache.h_active_pixels = timing.h_active_pixels;
+    cache.h_sync_pulse_width = timing.h_sync_pulse_width;
+    cache.h_sync_back_porch = timing.h_sync_back_porch;
+    cache.h_sync_front_porch = timing.h_sync_front_porch;
+    cache.h_sync_frequency_hz = timing.h_sync_frequency_hz;
+    cache.v_total_pixels = timing.v_total_pixels;
+    cache.v_active_pixels = timing.v_active_pixels;
+    cache.v_sync_pulse_width = timing.v_sync_pulse_width;
+    cache.v_sync_back_porch = timing.v_sync_back_porch;
+    cache.v_sync_front_porch = timing.v_sync_front_porch;
+    cache.v_sync_frequency_hz = timing.v_sync_frequency_hz;
+    // These are reported wider than they are kept: one above 255 differs from whatever is kept.
+    const bool h_polarity_changed = take(cache.h_sync_polarity, timing.h_sync_polarity);
+    const bool v_polarity_changed = take(cache.v_sync_polarity, timing.v_sync_polarity);
+    return h_polarity_changed || v_polarity_changed || cache != before;
 }
 
 Json::Value resolution_text(unsigned width, unsigned height)
@@ -66,7 +70,7 @@ void set_timing(Json::Value& object, const VideoTimingFields& timing)
 void publish_timing(const VideoTimingFields& timing)
 {
     const std::lock_guard<std::mutex> lock(document_mutex);
-    const Json::ArrayIndex position = input_position(timing.port);
+    const unsigned position = input_position(timing.port);
     InputCache& cache = input_cache[position];
     if (cache.connected == 0 || cache.isStable == 0 || !take_timing(cache, timing)) {
         return;

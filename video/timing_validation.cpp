@@ -1,5 +1,7 @@
-/// The two roads of a timing, both through the same test: an unsound timing is never published.
+/// The test that every timing passes before it is published, whether the video pipeline has
+/// reported it or the driver gives it.
 #include "core/log.h"
+#include "video/timing.h"
 #include "video/video.h"
 
 namespace {
@@ -53,24 +55,4 @@ bool accept_reported_timing(const VideoTimingFields& timing, std::uint8_t curren
         timing.h_active_pixels, timing.v_total_pixels, timing.v_active_pixels,
         timing.v_sync_frequency_hz);
     return false;
-}
-
-void refresh_current_play_timing(std::uint8_t port)
-{
-    if (port > 1) {
-        LOG_INFO("unsupported current play port: %u", port);
-        return;
-    }
-    VideoTimingFields timing = {};
-    timing.port = port;
-    if (fill_timing_from_videoip(timing) != 0) {
-        LOG_INFO("fill_timing_from_videoip failed for current play port=%u", port);
-        return;
-    }
-    if (!is_timing_valid(timing)) {
-        LOG_INFO("videoip timing is invalid for current play port=%u", port);
-        return;
-    }
-    LOG_INFO("refresh current play timing from videoip. port=%d", port);
-    publish_timing(timing);
 }

@@ -5,26 +5,13 @@
 
 #include <cstdint>
 
-#include <json/value.h>
-
 #include "core/messages.h"
-#include "core/shared_state.h"
 
 // --- video_status.cpp ---
 
 /// Publishes whether a signal is present and its colour format; empties the input when the
 /// signal is lost. Dropped while the link of the input is down.
 void apply_video_status(const CmdDataVideoStatus* report);
-
-// --- input_reset.cpp ---
-
-/// Takes all that an input has published about its signal back to its empty values. `entry` is
-/// the input's entry in `inputs`. Under `document_mutex`.
-void reset_input_entry(Json::Value& entry);
-
-/// Gives a cache what it holds when nothing is published; `connected` and `isStable` stay.
-/// False where it holds that already. Under `document_mutex`.
-bool blank_input_cache(InputCache& cache);
 
 // --- link_status.cpp ---
 
@@ -39,32 +26,22 @@ void apply_hdmi_video_mode(const CmdDataHdmiVideoMode* report);
 
 // --- timing_validation.cpp ---
 
-/// Frames per second, with fractions where only the line rate is known; 0 where nothing is.
-double frame_rate_hz(const VideoTimingFields& timing);
-
-/// Whether a timing can be that of a video signal.
-bool is_timing_valid(const VideoTimingFields& timing);
-
-/// The same for a timing that the video pipeline has reported; one that is invalid is logged.
+/// Whether a timing that the video pipeline has reported can be that of a video signal; one that
+/// can't is logged. Takes no lock.
 bool accept_reported_timing(const VideoTimingFields& timing, std::uint8_t current_play_port);
-
-/// Publishes the timing that the video driver gives for an input that has started to play: port
-/// 0 HDMI, 1 USB-C. Another port, a timing that can't be read and one that is invalid are logged
-/// and change nothing.
-void refresh_current_play_timing(std::uint8_t port);
-
-// --- videoip_reader.cpp ---
-
-/// Reads the video driver's timing into `timing`: everything but `port`, and `scan_mode` and
-/// the polarities only where the driver names them. 0, or -1 and nothing changed where the
-/// file can't be read or is incomplete. Takes no lock.
-int fill_timing_from_videoip(VideoTimingFields& timing);
 
 // --- timing_publication.cpp ---
 
 /// Publishes a valid timing. Dropped while the input has no link or no signal; one that equals
 /// the last costs no file access.
 void publish_timing(const VideoTimingFields& timing);
+
+// --- current_play_timing.cpp ---
+
+/// Publishes the timing that the video driver gives for an input that has started to play: port
+/// 0 HDMI, 1 USB-C. Another port, a timing that can't be read and one that is invalid are logged
+/// and change nothing.
+void refresh_current_play_timing(std::uint8_t port);
 
 // --- hdcp.cpp ---
 

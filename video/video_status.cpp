@@ -3,6 +3,7 @@
 
 #include "core/shared_state.h"
 #include "store/documents.h"
+#include "store/input_entries.h"
 #include "store/json_access.h"
 #include "store/store.h"
 #include "video/video.h"
@@ -11,8 +12,8 @@
 
 namespace {
 
-bool publish_stable_signal(const CmdDataVideoStatus& report, InputCache& cache, Json::Value& video,
-                           Json::Value& color)
+bool set_stable_signal(const CmdDataVideoStatus& report, InputCache& cache, Json::Value& video,
+                       Json::Value& color)
 {
     bool changed = false;
     if (input_position(report.port) == usb_c_input && take(cache.signal_type, 1)) {
@@ -34,7 +35,7 @@ bool publish_stable_signal(const CmdDataVideoStatus& report, InputCache& cache, 
     return changed;
 }
 
-bool publish_lost_signal(InputCache& cache, Json::Value& entry)
+bool set_lost_signal(InputCache& cache, Json::Value& entry)
 {
     if (!blank_input_cache(cache)) {
         return false;
@@ -48,7 +49,7 @@ bool publish_lost_signal(InputCache& cache, Json::Value& entry)
 void apply_video_status(const CmdDataVideoStatus* report)
 {
     const std::lock_guard<std::mutex> lock(document_mutex);
-    const Json::ArrayIndex position = input_position(report->port);
+    const unsigned position = input_position(report->port);
     InputCache& cache = input_cache[position];
     if (cache.connected == 0) {
         return;
@@ -64,8 +65,8 @@ void apply_video_status(const CmdDataVideoStatus* report)
         video["signal_present"] = report->isStable != 0;
         changed = true;
     }
-    changed |= report->isStable != 0 ? publish_stable_signal(*report, cache, video, color)
-                                     : publish_lost_signal(cache, entry);
+    changed |= report->isStable != 0 ? set_stable_signal(*report, cache, video, color)
+                                     : set_lost_signal(cache, entry);
     if (changed) {
         write_json_to_file(inputs_document.path, root);
     }

@@ -1,11 +1,12 @@
 /// The reader of the video driver's timing file: text in lines that come in any order, of which
 /// four forms carry numbers and others may carry words.
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <optional>
 
 #include "core/paths.h"
-#include "video/video.h"
+#include "video/timing.h"
 
 namespace {
 

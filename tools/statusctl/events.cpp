@@ -16,7 +16,6 @@
 #include <system_error>
 
 #include "core/paths.h"
-#include "store/store.h"
 
 namespace statusctl {
 

@@ -1,9 +1,8 @@
-/// How a report finds its video input in `inputs.json`.
-#include "video/video_inputs.h"
+#include "store/input_entries.h"
 
 #include "store/json_access.h"
 
-Json::Value& input_entry(Json::Value& root, Json::ArrayIndex position, const char* member)
+Json::Value& input_entry(Json::Value& root, unsigned position, const char* member)
 {
     const auto make_entry = [member] {
         Json::Value entry;
@@ -13,7 +12,7 @@ Json::Value& input_entry(Json::Value& root, Json::ArrayIndex position, const cha
     return entry_at(array_in(root, "inputs"), position, make_entry);
 }
 
-Json::Value& input_video(Json::Value& root, Json::ArrayIndex position)
+Json::Value& input_video(Json::Value& root, unsigned position)
 {
     return object_in(input_entry(root, position, "video"), "video");
 }
