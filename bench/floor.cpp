@@ -103,7 +103,7 @@ void send_event(const char* name)
     sockaddr_nl address = {AF_NETLINK, 0, static_cast<unsigned>(getpid()), ~0U};
     must(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0);
     sched_yield();
-    address = {AF_NETLINK, 0, ~0U, 1};
+    address = {AF_NETLINK, 0, ~0U, update_event_group};
     auto* message = static_cast<nlmsghdr*>(std::malloc(event_size));
     std::memset(message, 0, event_size);
     sched_yield();
@@ -128,7 +128,7 @@ void arm_timer()
         expiry.sigev_notify_function = [](sigval) {};
         timer_create(CLOCK_REALTIME, &expiry, &timer);
     }
-    const itimerspec delay = {{0, 0}, {3, 0}};
+    const itimerspec delay = {{0, 0}, {inputs_document.event_delay_s, 0}};
     timer_settime(timer, 0, &delay, nullptr);
 }
 
@@ -139,7 +139,7 @@ void change_power(unsigned number)
     object["power_source"] = number % 2 == 0 ? "PoE" : "Adapter";
     object["measured_power_voltage_v"] = number % 2 == 0 ? 11900 : 24000;
     write_document(power_document.path, root);
-    send_event("e_power_json_update");
+    send_event(power_document.event);
 }
 
 void change_usb_c(unsigned number)
@@ -164,7 +164,7 @@ void change_usb_c(unsigned number)
     charging["max_vbus_current_a"] = Json::UInt{record.Charging_mA};
     charging["charging_state"] = "Unavailable";
     write_document(usb_host_document.path, root);
-    send_event("e_usb_host_json_update");
+    send_event(usb_host_document.event);
 }
 
 void change_video(unsigned number)

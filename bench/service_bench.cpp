@@ -5,8 +5,10 @@
 /// program, and whatever else the machine does, goes on only when the service has nothing left
 /// to do: one message after the other comes to a service that sleeps on a core that is awake.
 /// For a burst, this program goes before the service instead.
+#include <fcntl.h>
 #include <linux/netlink.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -14,6 +16,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -23,7 +26,9 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench/kinds.h"
@@ -34,7 +39,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int rounds = 15;
 constexpr unsigned messages_of_round = 1000;
 constexpr int starts = 41;
 constexpr unsigned warm_up_messages = 1024;
@@ -43,6 +47,9 @@ constexpr unsigned bursts = 1000;
 constexpr unsigned burst_messages = 128;
 constexpr unsigned idle_seconds = 4;  // the timer has three
 constexpr unsigned burst_of_round = 100;
+constexpr unsigned reads_of_kind = 50000;
+
+int rounds = 15;
 
 // How many datagrams wait on a socket that is created from then on.
 constexpr const char* socket_queue_setting = "/proc/sys/net/unix/max_dgram_qlen";
@@ -115,7 +122,8 @@ double cpu_time(const Process& process)
 }
 
 /// Starts a program beside this one, and waits until its socket is there and it sleeps.
-Process start(const std::string& program, const char* part = nullptr, unsigned kind = 0)
+Process start(const std::string& program, const char* part = nullptr, unsigned kind = 0,
+              int priority = 1)
 {
     fs::remove(message_socket_path);
     const std::string path = fs::read_symlink("/proc/self/exe").replace_filename(program);
@@ -123,7 +131,7 @@ Process start(const std::string& program, const char* part = nullptr, unsigned k
     Process process = {fork(), socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0), ""};
     if (process.pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        set_real_time_priority(1);
+        set_real_time_priority(priority);
         execl(path.c_str(), path.c_str(), part, kind_text.c_str(), nullptr);
         must(false, path + " can't be run");
     }
@@ -138,10 +146,10 @@ Process start(const std::string& program, const char* part = nullptr, unsigned k
     return process;
 }
 
-Process start_service()
+Process start_service(int priority = 1)
 {
     fs::remove_all(status_directory);
-    return start("status_json_service");
+    return start("status_json_service", nullptr, 0, priority);
 }
 
 void stop(const Process& process)
@@ -179,7 +187,7 @@ int subscribe()
     const int descriptor = socket(AF_NETLINK, SOCK_RAW | SOCK_NONBLOCK, NETLINK_USERSOCK);
     const int room = 8 << 20;
     setsockopt(descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
-    const sockaddr_nl address = {AF_NETLINK, 0, 0, 1};
+    const sockaddr_nl address = {AF_NETLINK, 0, 0, update_event_group};
     must(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
          "no subscription to the events");
     return descriptor;
@@ -204,7 +212,26 @@ struct Round {
     long writes;
     unsigned events;
     Texts texts;
+    Texts lines;  // of the log, once each, without their times and places
 };
+
+const std::string log_folder = "/var/log/status_json_service";
+
+Texts log_lines()
+{
+    const std::string category = " CATEGORY: ";
+    std::set<std::string> lines;
+    for (const auto& file : fs::directory_iterator(log_folder)) {
+        std::ifstream log(file.path());
+        for (std::string line; std::getline(log, line);) {
+            if (const auto place = line.find(category); place != std::string::npos) {
+                lines.insert(line.substr(place + category.size()));
+            }
+        }
+        fs::remove(file.path());
+    }
+    return {lines.begin(), lines.end()};
+}
 
 Texts read_documents()
 {
@@ -225,8 +252,11 @@ Round measure(const Process& process, const std::function<void()>& work)
     work();
     wait_until_asleep(process);
     Round round = {(cpu_time(process) - before) / messages_of_round,
-                   number_in(calls, "syscr") - reads, number_in(calls, "syscw") - writes,
-                   take_events(events), read_documents()};
+                   number_in(calls, "syscr") - reads,
+                   number_in(calls, "syscw") - writes,
+                   take_events(events),
+                   read_documents(),
+                   log_lines()};
     close(events);
     return round;
 }
@@ -273,11 +303,12 @@ std::pair<Round, Round> measure_both(unsigned index, Arrival arrival, bool has_l
         std::ofstream(status_documents[i].path) << before[i];
     }
     Round floor = measure_floor(kind.has_cycle ? "cycle" : "road", index, arrival);
-    // The cycle of the floor writes no log.
-    must(service.reads == floor.reads &&
-             (service.writes == floor.writes || (has_log && kind.has_cycle)) &&
-             service.events == floor.events && service.texts == floor.texts,
+    const bool logs_alike = !has_log || !kind.has_cycle;  // the cycle of the floor writes no log
+    must(service.reads == floor.reads && service.events == floor.events &&
+             service.texts == floor.texts && (service.writes == floor.writes || !logs_alike),
          std::string(kind.name) + ": the service and the floor did different work");
+    must(service.lines == floor.lines || !logs_alike,
+         std::string(kind.name) + ": the service and the floor logged different lines");
     return {service, floor};
 }
 
@@ -412,6 +443,78 @@ void print_bursts()
                 burst_messages, lost, read_file(socket_queue_setting).c_str());
 }
 
+// --- what readers find ---
+
+enum Found { whole, empty, partial, mixed, found_count };
+
+Found read_inputs(bool locks, const Texts& states)
+{
+    char buffer[8192];
+    const int descriptor = open(inputs_document.path, O_RDONLY | O_CLOEXEC);
+    if (locks) {
+        flock(descriptor, LOCK_SH);
+    }
+    const ssize_t size = read(descriptor, buffer, sizeof buffer);
+    close(descriptor);
+    const std::string text(buffer, size > 0 ? static_cast<std::size_t>(size) : 0);
+    const auto begins = [&text](const std::string& state) { return state.rfind(text, 0) == 0; };
+    if (std::find(states.begin(), states.end(), text) != states.end()) {
+        return whole;
+    }
+    const bool is_part = std::any_of(states.begin(), states.end(), begins);
+    return text.empty() ? empty : is_part ? partial : mixed;
+}
+
+Found read_until_whole(const Texts& states)
+{
+    Found found = whole;
+    while ((found = read_inputs(true, states)) == empty || found == partial) {
+        usleep(1000);
+    }
+    return found;
+}
+
+/// `inputs.json` is rewritten back to back meanwhile. One kind of reading after the other: who
+/// holds the lock keeps the writer at the emptied document.
+void print_reads()
+{
+    const Process service = start_service(0);
+    const auto rewrite = [&](unsigned number) {
+        send(service, kinds[changing_video].message(number));
+    };
+    Texts states;
+    for (unsigned number : {0U, 1U}) {
+        rewrite(number);
+        wait_until_asleep(service);
+        states.push_back(read_file(inputs_document.path));
+    }
+    std::atomic<bool> is_over = false;
+    std::thread writer([&] {
+        for (unsigned number = 0; !is_over; ++number) {
+            rewrite(number);
+        }
+    });
+    const std::pair<const char*, std::function<Found()>> ways[] = {
+        {"without a lock", [&] { return read_inputs(false, states); }},
+        {"shared lock, read once", [&] { return read_inputs(true, states); }},
+        {"lock, and read again while empty", [&] { return read_until_whole(states); }},
+    };
+    std::printf("%u reads each of inputs.json while it is rewritten back to back\n", reads_of_kind);
+    for (const auto& [name, read] : ways) {
+        unsigned counts[found_count] = {};
+        for (unsigned i = 0; i < reads_of_kind; ++i) {
+            ++counts[read()];
+        }
+        const auto share = [](unsigned count) { return 100.0 * count / reads_of_kind; };
+        std::printf("%-34s empty %5.1f %%, partial %.1f %%, mixed %.1f %%\n", name,
+                    share(counts[empty]), share(counts[partial]), share(counts[mixed]));
+    }
+    is_over = true;
+    writer.join();
+    stop(service);
+    std::printf("\n");
+}
+
 void keep_to_one_core()
 {
     cpu_set_t cores;
@@ -422,8 +525,11 @@ void keep_to_one_core()
 
 }  // namespace
 
-int main()
+// `service_bench [ROUNDS]`
+int main(int argc, char* argv[])
 {
+    rounds = argc > 1 ? std::atoi(argv[1]) : rounds;
+    print_reads();
     keep_to_one_core();
     std::printf(
         "Processor time of the service over that of the floor: medians of %d rounds, their "

@@ -31,12 +31,12 @@ sub expect {
 
 # Both forms give the same rows, in the order of the lists.
 my $rows = <<'END';
-{7, "Seven"},
-{3, "one"},
-{7, "Z"},
-{1, "Ö-nell"},
-{3, "ABC"},
-{65535, "\"A\\B\" \?\?/"},
+"7	Seven\0"
+"3	one\0"
+"7	Z\0"
+"1	Ö-nell\0"
+"3	ABC\0"
+"65535	\"A\\B\" \?\?/\0"
 END
 expect("# rows\n\n3\tone\n7\tZ\n1\tÖ-nell\n3\tABC\n65535\t\"A\\B\" ??/", $rows, '');
 expect(<<'END', $rows, '');
