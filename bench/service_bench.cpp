@@ -215,7 +215,7 @@ struct Round {
     Texts lines;  // of the log, once each, without their times and places
 };
 
-const std::string log_folder = "/var/log/status_json_service";
+constexpr const char* log_folder = "/var/log/status_json_service";
 
 Texts log_lines()
 {

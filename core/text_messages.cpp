@@ -1,7 +1,9 @@
 /// The messages that carry a text: their numbers are read, logged and handed on. Text that is
 /// no number counts as 0, and so does a number that is missing.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 
 #include "audio/audio.h"
 #include "core/core.h"
@@ -102,11 +104,11 @@ constexpr struct {
 
 bool handle_text_message(std::uint32_t type, const char* text)
 {
-    for (const auto& row : text_handlers) {
-        if (row.type == type) {
-            row.handler(text);
-            return true;
-        }
+    const auto* row = std::find_if(std::begin(text_handlers), std::end(text_handlers),
+                                   [type](const auto& entry) { return entry.type == type; });
+    if (row == std::end(text_handlers)) {
+        return false;
     }
-    return false;
+    row->handler(text);
+    return true;
 }
