@@ -1,5 +1,4 @@
-#include "tools/statusctl/check.h"
-
+/// `statusctl check`: is all well with a running device's documents and with the service?
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/socket.h>
@@ -24,8 +23,8 @@
 #include "store/store.h"
 #include "tools/statusctl/documents.h"
 #include "tools/statusctl/printable.h"
-#include "tools/statusctl/safe_read.h"
 #include "tools/statusctl/schema_check.h"
+#include "tools/statusctl/statusctl.h"
 #include "tools/statusctl/system_state.h"
 
 namespace statusctl {
@@ -61,19 +60,15 @@ std::string file_name(const StatusDocument& document)
 
 // --- the directory ---
 
-bool is_in_memory(const struct statfs& file_system)
-{
-    // The field's size and sign differ between architectures.
-    const auto type = static_cast<unsigned int>(file_system.f_type);
-    return type == TMPFS_MAGIC || type == RAMFS_MAGIC;
-}
-
 void check_directory()
 {
     struct statfs file_system = {};
-    if (statfs(status_directory, &file_system) != 0) {
+    const bool is_there = statfs(status_directory, &file_system) == 0;
+    // The field's size and sign differ between architectures.
+    const auto type = static_cast<unsigned int>(file_system.f_type);
+    if (!is_there) {
         say_problem(status_directory, std::strerror(errno), "the service makes it when it starts");
-    } else if (!is_in_memory(file_system)) {
+    } else if (type != TMPFS_MAGIC && type != RAMFS_MAGIC) {
         say_problem(status_directory, "not in memory: each change of a document waits for a disk",
                     "mount a tmpfs on /run");
     } else {
@@ -83,26 +78,19 @@ void check_directory()
 
 // --- locks ---
 
-std::string lock_text(const FileLock& lock)
-{
-    return std::string(lock.is_exclusive ? "locked by " : "locked for reading by ") +
-           process_text(lock.pid);
-}
-
 /// The locks on a file that do not pass.
-std::vector<FileLock> lasting_locks(const struct stat& file)
+std::vector<std::string> lasting_locks(const struct stat& file)
 {
-    const std::vector<FileLock> before = locks_on(file);
-    std::vector<FileLock> lasting;
+    const std::vector<std::string> before = locks_on(file);
     if (before.empty()) {
-        return lasting;
+        return {};
     }
     std::this_thread::sleep_for(passing);
-    for (const FileLock& lock : locks_on(file)) {
-        if (!lock.is_waiting && std::find(before.begin(), before.end(), lock) != before.end()) {
-            lasting.push_back(lock);
-        }
-    }
+    std::vector<std::string> lasting = locks_on(file);
+    const auto has_come = [&before](const std::string& lock) {
+        return std::find(before.begin(), before.end(), lock) == before.end();
+    };
+    lasting.erase(std::remove_if(lasting.begin(), lasting.end(), has_come), lasting.end());
     return lasting;
 }
 
@@ -114,9 +102,9 @@ bool check_locks(const StatusDocument& document)
     if (stat(document.path, &file) != 0) {
         return false;
     }
-    const std::vector<FileLock> locks = lasting_locks(file);
-    for (const FileLock& lock : locks) {
-        say_problem(file_name(document), lock_text(lock),
+    const std::vector<std::string> locks = lasting_locks(file);
+    for (const std::string& lock : locks) {
+        say_problem(file_name(document), lock,
                     "the service waits until that process unlocks it or ends");
     }
     return !locks.empty();
@@ -246,6 +234,12 @@ void check_service()
 
 // --- repair ---
 
+// Before a start, documents that do not parse are removed, so that the service seeds them, and
+// nothing else. Nothing is removed while a service is seen to run, and no document that somebody
+// has open to write: a service that /proc hides may have emptied it to fill it. A lease tells; if
+// the file system has no leases, the document is kept. If a hidden service opens a damaged document
+// within the microseconds of its removal, it writes one without a name; its next report makes it.
+
 /// Nothing is waited for: who writes is told by the lease.
 constexpr std::chrono::milliseconds at_once(0);
 
@@ -300,13 +294,11 @@ void repair()
     }
 }
 
-}  // namespace
-
-int run_check(const CheckOptions& options)
+int run_check(const Arguments& arguments)
 {
-    if (options.repair) {
+    if (arguments.has("repair")) {
         repair();
-        return 0;
+        return 0;  // always: it stands before a start of the service, which it must never prevent
     }
     check_directory();
     for (const StatusDocument& document : status_documents) {
@@ -316,5 +308,19 @@ int run_check(const CheckOptions& options)
     check_service();
     return problems == 0 ? 0 : 1;
 }
+
+constexpr option options[] = {help_option, {"repair", no_argument, nullptr, 0}, {}};
+
+}  // namespace
+
+const Command check_command = {"check",
+                               "Look over the documents and the service; a line a finding",
+                               R"(statusctl check [--repair]
+  --repair   Before a start: remove documents that do not parse, and nothing else
+)",
+                               options,
+                               0,
+                               false,
+                               run_check};
 
 }  // namespace statusctl

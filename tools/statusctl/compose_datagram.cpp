@@ -1,17 +1,15 @@
 #include "tools/statusctl/compose_datagram.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <optional>
 #include <set>
 
 #include "core/messages.h"
-#include "tools/statusctl/input_error.h"
 #include "tools/statusctl/message_types.h"
 #include "tools/statusctl/printable.h"
+#include "tools/statusctl/statusctl.h"
 
 namespace statusctl {
 
@@ -26,21 +24,16 @@ const CodeText* row_of_word(const Words& words, std::string_view text)
     return row == words.end() ? nullptr : row;
 }
 
-std::optional<std::int64_t> number_in(std::string_view text)
+/// A number as people write it: decimal or with 0x, and of either sign.
+std::optional<std::int64_t> written_number_in(std::string_view text)
 {
-    const bool negative = !text.empty() && text.front() == '-';
+    const bool negative = text.substr(0, 1) == "-";
     text.remove_prefix(negative ? 1 : 0);
-    const bool hexadecimal =
-        text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
     text.remove_prefix(hexadecimal ? 2 : 0);
-    std::uint64_t number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number, hexadecimal ? 16 : 10);
-    if (error != std::errc() || stop != end || number > std::numeric_limits<std::uint32_t>::max()) {
-        return std::nullopt;
-    }
-    const auto value = static_cast<std::int64_t>(number);
-    return negative ? -value : value;
+    const auto number = number_in<std::uint32_t>(text, hexadecimal ? 16 : 10);
+    return number ? std::optional<std::int64_t>(negative ? -std::int64_t{*number} : *number)
+                  : std::nullopt;
 }
 
 bool fits(const MessageField& field, std::int64_t number)
@@ -82,25 +75,6 @@ std::string what_fits(const MessageField& field)
     throw InputError(line + what_fits(field));
 }
 
-template <typename Number>
-void put(char* place, std::int64_t value)
-{
-    const auto number = static_cast<Number>(value);
-    std::memcpy(place, &number, sizeof number);
-}
-
-void put_number(char* place, const MessageField& field, std::int64_t number)
-{
-    switch (field.width) {
-        case 1:
-            return put<std::uint8_t>(place, number);
-        case 2:
-            return put<std::uint16_t>(place, number);
-        default:
-            return put<std::uint32_t>(place, number);
-    }
-}
-
 void put_field(char* place, const MessageField& field, std::string_view value)
 {
     if (field.kind == FieldKind::text) {
@@ -111,11 +85,13 @@ void put_field(char* place, const MessageField& field, std::string_view value)
         return;
     }
     const CodeText* const row = row_of_word(field.words, value);
-    const std::optional<std::int64_t> number = row == nullptr ? number_in(value) : row->code;
+    const std::optional<std::int64_t> number =
+        row == nullptr ? written_number_in(value) : row->code;
     if (!number || !fits(field, *number)) {
         refuse(field, value);
     }
-    put_number(place, field, *number);
+    static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the low bytes stand first");
+    std::memcpy(place, &*number, field.width);
 }
 
 std::string record_payload(const MessageKind& kind, const std::vector<std::string>& words)
@@ -147,13 +123,11 @@ std::string item_text(const MessageField& item, std::string_view given)
     if (const CodeText* const row = row_of_word(item.words, given)) {
         return item.kind == FieldKind::word_item ? row->text : std::to_string(row->code);
     }
-    std::int32_t number = 0;
-    const char* const end = given.data() + given.size();
-    const auto [stop, error] = std::from_chars(given.data(), end, number);
-    if (item.kind == FieldKind::word_item || error != std::errc() || stop != end) {
+    const auto number = number_in<std::int32_t>(given);
+    if (item.kind == FieldKind::word_item || !number) {
         refuse(item, given);
     }
-    return std::to_string(number);
+    return std::to_string(*number);
 }
 
 std::string text_payload(const MessageKind& kind, const std::vector<std::string>& words)
@@ -190,35 +164,9 @@ std::string payload_from_words(const MessageKind& kind, const std::vector<std::s
     return "";
 }
 
-int hex_digit(char digit)
-{
-    constexpr std::string_view digits = "0123456789abcdef";
-    const char small =
-        digit >= 'A' && digit <= 'F' ? static_cast<char>(digit + ('a' - 'A')) : digit;
-    const std::size_t value = digits.find(small);
-    return value == std::string_view::npos ? -1 : static_cast<int>(value);
-}
-
 constexpr bool is_blank(char letter)
 {
     return letter == ' ' || letter == '\t';
-}
-
-/// Takes a quoted part from behind its opening quote on and appends it to `word`; gives the
-/// position behind the closing quote.
-std::size_t take_quoted(std::string_view line, std::size_t position, std::string& word)
-{
-    for (; position < line.size() && line[position] != '"'; ++position) {
-        const char next = position + 1 < line.size() ? line[position + 1] : '\0';
-        if (line[position] == '\\' && (next == '"' || next == '\\')) {
-            ++position;
-        }
-        word += line[position];
-    }
-    if (position >= line.size()) {
-        throw InputError("a quote is not closed");
-    }
-    return position + 1;
 }
 
 }  // namespace
@@ -243,18 +191,19 @@ std::string datagram_from_words(const std::vector<std::string>& words)
 std::string bytes_from_hex(std::string_view text)
 {
     std::string bytes;
-    for (std::size_t i = 0; i < text.size(); ++i) {
+    for (std::size_t i = 0; i < text.size();) {
         if (is_blank(text[i])) {
+            ++i;
             continue;
         }
-        const int high = hex_digit(text[i]);
-        const int low = i + 1 < text.size() ? hex_digit(text[i + 1]) : -1;
-        if (high < 0 || low < 0) {
+        const std::string_view digits = text.substr(i, 2);
+        const auto byte = number_in<unsigned char>(digits, 16);
+        if (digits.size() < 2 || !byte) {
             throw InputError("not two hexadecimal digits a byte, at character " +
                              std::to_string(i + 1));
         }
-        bytes += static_cast<char>(16 * high + low);
-        ++i;
+        bytes += static_cast<char>(*byte);
+        i += 2;
     }
     return bytes;
 }
@@ -262,22 +211,29 @@ std::string bytes_from_hex(std::string_view text)
 std::vector<std::string> split_words(std::string_view line)
 {
     std::vector<std::string> words;
-    bool inside = false;
-    for (std::size_t i = 0; i < line.size();) {
-        if (is_blank(line[i])) {
-            inside = false;
-            ++i;
+    bool is_inside = false;
+    bool is_quoted = false;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        if (is_blank(line[i]) && !is_quoted) {
+            is_inside = false;
             continue;
         }
-        if (!inside) {
+        if (!is_inside) {
             words.emplace_back();
-            inside = true;
+            is_inside = true;
         }
         if (line[i] == '"') {
-            i = take_quoted(line, i + 1, words.back());
-        } else {
-            words.back() += line[i++];
+            is_quoted = !is_quoted;
+            continue;
         }
+        const std::string_view pair = line.substr(i, 2);
+        if (is_quoted && (pair == "\\\"" || pair == "\\\\")) {
+            ++i;
+        }
+        words.back() += line[i];
+    }
+    if (is_quoted) {
+        throw InputError("a quote is not closed");
     }
     return words;
 }

@@ -1,20 +1,47 @@
-/// The documents by the names that a user of the tool gives them.
+/// The documents by the names that a user of the tool gives them, and how they are read while the
+/// service rewrites them.
 #pragma once
 
-#include <bitset>
+#include <chrono>
 #include <cstddef>
-#include <iterator>
+#include <ctime>
+#include <string>
 #include <string_view>
+
+#include <json/value.h>
 
 #include "store/documents.h"
 
 namespace statusctl {
 
-/// A bit for each row of `status_documents`.
-using DocumentSet = std::bitset<std::size(status_documents)>;
+/// The names of all documents, each behind a blank.
+std::string document_names();
 
 /// The position in `status_documents` of the document with this name, with .json behind it or
 /// without. Throws InputError where there is none.
 std::size_t document_named(std::string_view name);
+
+enum class ReadState {
+    good,
+    missing,
+    unreadable,  // no access, no regular file, or too large
+    locked,      // another process keeps its exclusive lock
+    empty,
+    damaged,  // not valid JSON
+};
+
+struct DocumentRead {
+    ReadState state = ReadState::good;
+    Json::Value root;         // of a good document
+    std::string text;         // what the file holds, as far as it could be read
+    std::string reason;       // why the document isn't good, in a few words on one line
+    std::time_t written = 0;  // when the file was last written, where it could be read
+};
+
+/// Reads the document under a shared lock. The service empties a document before it takes its
+/// own lock and fills it, so a text that is empty, partial or locked passes: the read is
+/// repeated, with short pauses, until it finds a good document or `patience` has passed.
+DocumentRead read_document_safely(const char* path,
+                                  std::chrono::milliseconds patience = std::chrono::seconds(1));
 
 }  // namespace statusctl

@@ -6,13 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include "core/paths.h"
@@ -58,29 +59,27 @@ int open_directory_watch()
     return descriptor;
 }
 
-std::optional<uid_t> sender_of(const msghdr& envelope)
+/// Whether root or the owner of the status directory has sent a message. Anyone on the device can
+/// send to the group.
+bool is_trusted(const msghdr& envelope)
 {
-    // The socket asks for the credentials and for nothing else.
-    const cmsghdr* part = CMSG_FIRSTHDR(&envelope);
-    if (part == nullptr || part->cmsg_type != SCM_CREDENTIALS) {
-        return std::nullopt;
+    const cmsghdr* part = CMSG_FIRSTHDR(&envelope);  // the credentials, or nothing
+    if (part == nullptr) {
+        return false;
     }
-    ucred credentials = {};
-    std::memcpy(&credentials, CMSG_DATA(part), sizeof credentials);
-    return credentials.uid;
-}
-
-/// Anyone on the device can send to the group.
-bool is_trusted(std::optional<uid_t> sender)
-{
+    ucred sender = {};
+    std::memcpy(&sender, CMSG_DATA(part), sizeof sender);
     struct stat directory = {};
-    return sender && (*sender == 0 ||
-                      (stat(status_directory, &directory) == 0 && directory.st_uid == *sender));
+    return sender.uid == 0 ||
+           (stat(status_directory, &directory) == 0 && directory.st_uid == sender.uid);
 }
 
-DocumentSet documents_of_event(std::string_view event)
+/// The documents that a netlink message announces: its payload is the event's name and a zero byte.
+DocumentSet documents_of_event(std::string_view message)
 {
     DocumentSet documents;
+    message.remove_prefix(std::min<std::size_t>(NLMSG_HDRLEN, message.size()));
+    const std::string_view event = message.substr(0, message.find('\0'));
     for (std::size_t i = 0; i < std::size(status_documents); ++i) {
         const char* own = status_documents[i].event;
         documents[i] = own != nullptr && event == own;
@@ -101,13 +100,13 @@ DocumentSet take_events(int descriptor)
         envelope.msg_control = control.data();
         envelope.msg_controllen = control.size();
         const ssize_t size = recvmsg(descriptor, &envelope, 0);
-        if (size >= 0 && is_trusted(sender_of(envelope))) {
-            documents |=
-                documents_of_event(event_name({message.data(), static_cast<std::size_t>(size)}));
-        } else if (size < 0 && errno == ENOBUFS) {
-            documents.set();  // events were lost: anything may have changed
-        } else if (size < 0) {
+        if (size < 0 && errno != ENOBUFS) {
             return documents;
+        }
+        if (size < 0) {
+            documents.set();  // events were lost: anything may have changed
+        } else if (is_trusted(envelope)) {
+            documents |= documents_of_event({message.data(), static_cast<std::size_t>(size)});
         }
     }
 }
@@ -151,19 +150,6 @@ DocumentSet take_changes(int descriptor, bool have_events)
 }
 
 }  // namespace
-
-std::string_view event_name(std::string_view message)
-{
-    nlmsghdr header = {};
-    if (message.size() < sizeof header) {
-        return {};
-    }
-    std::memcpy(&header, message.data(), sizeof header);
-    const std::string_view payload = message.substr(
-        sizeof header, header.nlmsg_len < sizeof header ? 0 : header.nlmsg_len - sizeof header);
-    const std::size_t end = payload.find('\0');
-    return end == std::string_view::npos ? std::string_view() : payload.substr(0, end);
-}
 
 Subscription subscribe()
 {

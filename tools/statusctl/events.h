@@ -2,14 +2,15 @@
 /// through inotify for what has none.
 #pragma once
 
-#include <string_view>
+#include <bitset>
+#include <iterator>
 
-#include "tools/statusctl/documents.h"
+#include "store/documents.h"
 
 namespace statusctl {
 
-/// The event's name in a netlink message; empty where the message is none of ours. Pure.
-std::string_view event_name(std::string_view message);
+/// A bit for each row of `status_documents`.
+using DocumentSet = std::bitset<std::size(status_documents)>;
 
 struct Subscription {
     int events = -1;   // netlink; -1 where subscribing isn't permitted

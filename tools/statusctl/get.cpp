@@ -1,16 +1,56 @@
-#include "tools/statusctl/get.h"
-
+/// `statusctl get`: a document, or one member of it.
+#include <algorithm>
 #include <iostream>
 
-#include "tools/statusctl/document_path.h"
 #include "tools/statusctl/documents.h"
-#include "tools/statusctl/input_error.h"
 #include "tools/statusctl/printable.h"
-#include "tools/statusctl/safe_read.h"
+#include "tools/statusctl/statusctl.h"
 
 namespace statusctl {
 
 namespace {
+
+/// The steps of a path such as `inputs[0].video.color` or `inputs.0.video.color`: names of
+/// members and positions in arrays. Throws InputError.
+std::vector<std::string> path_steps(std::string_view path)
+{
+    std::vector<std::string> steps;
+    for (std::string_view rest = path; !rest.empty();) {
+        const bool bracket = rest.front() == '[';
+        // A dot leads to every name but the first.
+        const bool dot = rest.front() == '.';
+        const bool begins_well = bracket || dot != steps.empty();
+        rest.remove_prefix(bracket || dot ? 1 : 0);
+        const std::size_t end = std::min(rest.find_first_of(bracket ? "]" : ".["), rest.size());
+        if (!begins_well || end == 0 || (bracket && end == rest.size())) {
+            throw InputError(printable(path) + " is no path such as inputs[0].video.connected");
+        }
+        steps.emplace_back(rest.substr(0, end));
+        rest.remove_prefix(bracket ? end + 1 : end);
+    }
+    return steps;
+}
+
+const Json::Value* entry_of(const Json::Value& array, const std::string& step)
+{
+    const auto position = number_in<Json::ArrayIndex>(step);
+    return position && *position < array.size() ? &array[*position] : nullptr;
+}
+
+/// What stands there; null where nothing does.
+const Json::Value* value_at(const Json::Value& root, const std::vector<std::string>& steps)
+{
+    const Json::Value* value = &root;
+    for (const std::string& step : steps) {
+        value = value->isArray()    ? entry_of(*value, step)
+                : value->isObject() ? value->find(step.data(), step.data() + step.size())
+                                    : nullptr;
+        if (value == nullptr) {
+            break;
+        }
+    }
+    return value;
+}
 
 /// Reads into `root`; where that fails, says why on standard error and gives false.
 bool read_into(const StatusDocument& document, Json::Value& root)
@@ -27,41 +67,55 @@ bool read_into(const StatusDocument& document, Json::Value& root)
 int get_all()
 {
     Json::Value all(Json::objectValue);
-    bool complete = true;
+    int status = 0;
     for (const StatusDocument& document : status_documents) {
         Json::Value root;
         if (read_into(document, root)) {
             all[std::string(document.name)] = root;
         } else {
-            complete = false;
+            status = 1;
         }
     }
     std::cout << json_lines(all) << '\n';
-    return complete ? 0 : 1;
+    return status;
 }
 
-}  // namespace
-
-int run_get(const GetOptions& options)
+int run_get(const Arguments& arguments)
 {
-    if (options.document.empty()) {
+    if (arguments.words.empty()) {
         return get_all();
     }
-    const StatusDocument& document = status_documents[document_named(options.document)];
-    const std::vector<std::string> steps = path_steps(options.path);
+    const StatusDocument& document = status_documents[document_named(arguments.words[0])];
+    const std::string path = arguments.words.size() > 1 ? arguments.words[1] : "";
+    const std::vector<std::string> steps = path_steps(path);
     Json::Value root;
     if (!read_into(document, root)) {
         return 1;
     }
     const Json::Value* value = value_at(root, steps);
     if (value == nullptr) {
-        std::cerr << "statusctl: " << document.path << ": no member " << printable(options.path)
-                  << '\n';
+        std::cerr << "statusctl: " << document.path << ": no member " << printable(path) << '\n';
         return 1;
     }
-    const bool raw_text = value->isString() && !options.json;
+    const bool raw_text = value->isString() && !arguments.has("json");
     std::cout << (raw_text ? printable(value->asString()) : json_lines(*value)) << '\n';
     return 0;
 }
+
+constexpr option options[] = {help_option, {"json", no_argument, nullptr, 0}, {}};
+
+}  // namespace
+
+const Command get_command = {"get",
+                             "Print a document, or one member of it",
+                             R"(statusctl get [--json] [DOCUMENT [PATH]]
+  DOCUMENT   A document by its name; all of them by default
+  PATH       A member, such as inputs[0].video.connected
+  --json     Print text as JSON too
+)",
+                             options,
+                             2,
+                             false,
+                             run_get};
 
 }  // namespace statusctl

@@ -1,17 +1,11 @@
-/// The command line of statusctl. A subcommand is a row of `commands` and the function that it
-/// names, which tells CLI11 its options and gives what is to be run.
+/// The command line of statusctl: finds the command and reads its options.
+#include <algorithm>
 #include <exception>
-#include <functional>
 #include <iostream>
-#include <memory>
 
-#include <CLI/CLI.hpp>
-
-#include "tools/statusctl/check.h"
-#include "tools/statusctl/get.h"
-#include "tools/statusctl/input_error.h"
-#include "tools/statusctl/send.h"
-#include "tools/statusctl/watch.h"
+#include "tools/statusctl/documents.h"
+#include "tools/statusctl/printable.h"
+#include "tools/statusctl/statusctl.h"
 
 namespace {
 
@@ -20,106 +14,105 @@ using namespace statusctl;
 constexpr int status_failure = 1;
 constexpr int status_misuse = 2;
 
-/// Gives the exit status.
-using Action = std::function<int()>;
+constexpr const Command* commands[] = {&send_command, &watch_command, &get_command, &check_command};
 
-Action add_send(CLI::App& command)
+[[noreturn]] void refuse(const std::string& argument)
 {
-    auto options = std::make_shared<SendOptions>();
-    command.description("Send messages to the service, or list what can be sent");
-    command.footer(
-        "A message is TYPE FIELD=VALUE... for a record and TYPE ITEM... for a text; numbers\n"
-        "that mean something can be given as words:\n"
-        "  statusctl send link_status port=USB-C isConnect=1\n"
-        "  statusctl send ethernet_control 4 on 1\n"
-        "  statusctl send hdcp_version USB-C \"HDCP 1.4\"");
-    // What follows the type is left as it is, whatever it starts with.
-    command.prefix_command();
-    auto* list = command.add_flag("--list", options->list, "Show types, fields and words");
-    auto* raw = command.add_option("--raw", options->raw,
-                                   "Send a datagram of these bytes, in hexadecimal digits");
-    auto* file = command.add_option("--file", options->scenario,
-                                    "Play the lines of a scenario; - is standard input");
-    command.add_flag("--echo", options->echo, "Show each line of the scenario as it is sent")
-        ->needs(file);
-    list->excludes(raw)->excludes(file);
-    raw->excludes(file);
-    return [&command, options, raw, file] {
-        options->words = command.remaining();
-        options->is_raw = raw->count() > 0;
-        if (!options->words.empty() && (options->is_raw || options->list || file->count() > 0)) {
-            throw InputError("a message in words goes with no option");
+    throw InputError("The following argument was not expected: " + printable(argument));
+}
+
+int show_commands()
+{
+    std::cout << "Send to status_json_service, and read, watch and check what it publishes\n"
+                 "Usage: statusctl COMMAND [OPTION...] [WORD...]\n\n";
+    for (const Command* command : commands) {
+        std::cout << "  " << padded(command->name, 8) << command->summary << '\n';
+    }
+    std::cout << "\nThe documents are" << document_names() << ".\n"
+              << "statusctl COMMAND --help shows what a command takes.\n";
+    return 0;
+}
+
+int show_usage(const Command& command)
+{
+    std::cout << command.summary << "\nUsage: " << command.usage;
+    return 0;
+}
+
+void add_option(Arguments& arguments, const option& row, const std::string& given)
+{
+    const std::string value = optarg == nullptr ? "" : optarg;
+    if (given.back() == '=') {
+        throw InputError(std::string("--") + row.name + " needs a value");
+    }
+    if (!arguments.options.emplace(row.name, value).second && row.has_arg == required_argument) {
+        throw InputError(std::string("--") + row.name + " is given twice");
+    }
+}
+
+/// Whether `given` is the option in full: what is an abbreviation today may stand for another
+/// option tomorrow.
+bool is_in_full(const std::string& given, const option& row)
+{
+    return given.substr(0, given.find('=')) == std::string("--") + row.name;
+}
+
+/// `argv` begins with the command's name.
+Arguments read_arguments(const Command& command, int argc, char** argv)
+{
+    Arguments arguments;
+    opterr = 0;
+    for (;;) {
+        const int place = optind;
+        int row = 0;
+        int found =
+            getopt_long(argc, argv, command.ends_options ? "+:h" : "-:h", command.options, &row);
+        if (found == 0 && !is_in_full(argv[place], command.options[row])) {
+            found = '?';
         }
-        return run_send(*options);
-    };
-}
-
-Action add_watch(CLI::App& command)
-{
-    auto options = std::make_shared<WatchOptions>();
-    command.description("Show the documents' state, and then what changes");
-    command.add_option("DOCUMENT", options->documents,
-                       "inputs, usb-host, ethernet, power, outputs; all of them by default");
-    command.add_flag("--json", options->json, "Show an object a line, for programs");
-    command.add_flag("--changes-only", options->changes_only, "Leave out the state at the start");
-    command.add_option("--count", options->count,
-                       "End when so many changes of documents were shown");
-    command.add_option("--for", options->seconds, "End after so many seconds")
-        ->check(CLI::Range(0.001, 1e6));
-    return [options] { return run_watch(*options); };
-}
-
-Action add_get(CLI::App& command)
-{
-    auto options = std::make_shared<GetOptions>();
-    command.description("Print a document, or one member of it");
-    command.add_option("DOCUMENT", options->document,
-                       "inputs, usb-host, ethernet, power or outputs; all of them by default");
-    command.add_option("PATH", options->path, "A member, such as inputs[0].video.connected");
-    command.add_flag("--json", options->json, "Print text as JSON too");
-    return [options] { return run_get(*options); };
-}
-
-Action add_check(CLI::App& command)
-{
-    auto options = std::make_shared<CheckOptions>();
-    command.description("Look over the documents and the service; a line a finding");
-    command.add_flag("--repair", options->repair,
-                     "Before a start: remove documents that do not parse, and nothing else");
-    return [options] { return run_check(*options); };
-}
-
-struct Command {
-    const char* name;
-    Action (*add)(CLI::App& command);
-};
-
-constexpr Command commands[] = {
-    {"send", add_send},
-    {"watch", add_watch},
-    {"get", add_get},
-    {"check", add_check},
-};
-
-/// Parses the command line; gives what is to be run, or prints help and gives what ends well.
-Action action_of(CLI::App& app, int argc, char** argv)
-{
-    Action action;
-    for (const Command& row : commands) {
-        CLI::App* command = app.add_subcommand(row.name);
-        const Action own_action = row.add(*command);
-        command->callback([&action, own_action] { action = own_action; });
+        if (found == -1 || (found == '?' && command.ends_options)) {
+            const int rest = found == -1 ? optind : place;
+            arguments.words.insert(arguments.words.end(), argv + rest, argv + argc);
+            return arguments;
+        }
+        switch (found) {
+            case 0:
+                add_option(arguments, command.options[row], argv[place]);
+                break;
+            case 1:
+                arguments.words.emplace_back(optarg);
+                break;
+            case 'h':
+                arguments.options[help_option.name];
+                break;
+            case ':':
+                throw InputError(printable(argv[place]) + " needs a value");
+            default:
+                refuse(argv[place]);
+        }
     }
-    app.require_subcommand(1);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        const int status = app.exit(success);
-        return [status] { return status; };
-    } catch (const CLI::ParseError& error) {
-        throw InputError(error.what());
+}
+
+int run(int argc, char** argv)
+{
+    const std::string name = argc > 1 ? argv[1] : "";
+    if (name == "--help" || name == "-h") {
+        return show_commands();
     }
-    return action;
+    const auto* const command =
+        std::find_if(std::begin(commands), std::end(commands),
+                     [&name](const Command* candidate) { return candidate->name == name; });
+    if (command == std::end(commands)) {
+        throw InputError("A subcommand is required");
+    }
+    const Arguments arguments = read_arguments(**command, argc - 1, argv + 1);
+    if (arguments.has(help_option.name)) {
+        return show_usage(**command);
+    }
+    if (arguments.words.size() > (*command)->most_words) {
+        refuse(arguments.words[(*command)->most_words]);
+    }
+    return (*command)->run(arguments);
 }
 
 }  // namespace
@@ -127,9 +120,7 @@ Action action_of(CLI::App& app, int argc, char** argv)
 int main(int argc, char** argv)
 {
     try {
-        CLI::App app("Send to status_json_service, and read and watch what it publishes",
-                     "statusctl");
-        return action_of(app, argc, argv)();
+        return run(argc, argv);
     } catch (const InputError& error) {
         std::cerr << "statusctl: " << error.what() << '\n';
         return status_misuse;

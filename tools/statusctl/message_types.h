@@ -17,6 +17,12 @@ struct Rows {
     const Row* first = nullptr;
     std::size_t count = 0;
 
+    constexpr Rows() = default;
+    constexpr Rows(const Row* table, std::size_t size) : first(table), count(size) {}
+    template <std::size_t size>
+    constexpr Rows(const Row (&table)[size]) : first(table), count(size)  // NOLINT: it is one
+    {
+    }
     [[nodiscard]] constexpr const Row* begin() const { return first; }
     [[nodiscard]] constexpr const Row* end() const { return first + count; }
 };
@@ -50,6 +56,9 @@ struct MessageKind {
     std::size_t record_size;    // bytes; 0 where the payload is no record
     Rows<MessageField> fields;  // of a record; of a text the items that stand in it, in order
 };
+
+/// All kinds, by their numbers.
+Rows<MessageKind> message_kinds();
 
 /// The kind with this name, in upper or lower case and with or without its prefix; null where
 /// there is none.

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iomanip>
+#include <sstream>
 
 #include <json/writer.h>
 
@@ -52,30 +54,24 @@ struct Decoded {
 /// Decodes the code point at the start of `text`, which isn't empty.
 Decoded decode(std::string_view text)
 {
-    struct Form {
-        unsigned char mask, lead;
-        std::uint32_t smallest;
-    };
-    constexpr Form forms[] = {
-        {0x80, 0x00, 0}, {0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}};
+    constexpr std::uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};  // by the size
     const auto lead = static_cast<unsigned char>(text.front());
-    for (std::size_t size = 1; size <= std::size(forms); ++size) {
-        const Form& form = forms[size - 1];
-        if ((lead & form.mask) != form.lead) {
-            continue;
+    const std::size_t size = lead < 0x80   ? 1
+                             : lead < 0xC0 ? 0
+                             : lead < 0xE0 ? 2
+                             : lead < 0xF0 ? 3
+                             : lead < 0xF8 ? 4
+                                           : 0;
+    std::uint32_t code_point = size == 1 ? lead : lead & (0x7FU >> size);
+    for (std::size_t i = 1; i < size; ++i) {
+        if (i >= text.size() || (static_cast<unsigned char>(text[i]) & 0xC0U) != 0x80) {
+            return {0, 0};
         }
-        std::uint32_t code_point = lead & static_cast<unsigned char>(~form.mask);
-        for (std::size_t i = 1; i < size; ++i) {
-            if (i >= text.size() || (static_cast<unsigned char>(text[i]) & 0xC0U) != 0x80) {
-                return {0, 0};
-            }
-            code_point = code_point << 6U | (static_cast<unsigned char>(text[i]) & 0x3FU);
-        }
-        const bool surrogate = code_point >= 0xD800 && code_point <= 0xDFFF;
-        const bool legal = code_point >= form.smallest && code_point <= 0x10FFFF && !surrogate;
-        return {code_point, legal ? size : 0};
+        code_point = code_point << 6U | (static_cast<unsigned char>(text[i]) & 0x3FU);
     }
-    return {0, 0};
+    const bool is_surrogate = code_point >= 0xD800 && code_point <= 0xDFFF;
+    const bool is_legal = code_point >= smallest[size] && code_point <= 0x10FFFF && !is_surrogate;
+    return {code_point, is_legal ? size : 0};
 }
 
 std::string formatted(const char* format, unsigned value)
@@ -102,25 +98,16 @@ std::string json_text(const Json::Value& value, const char* indentation, int dig
     return result;
 }
 
-std::string quoted(std::string_view text)
+std::string time_text(std::chrono::system_clock::time_point time, const char* format,
+                      std::tm* (*to_parts)(const std::time_t*, std::tm*))
 {
-    std::string result;
-    for (const char letter : text) {
-        result += letter == '"' || letter == '\\' ? "\\" : "";
-        result += letter;
-    }
-    return '"' + printable(result) + '"';
-}
-
-std::string time_text(const std::tm& parts, const char* format,
-                      std::chrono::system_clock::time_point time)
-{
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm parts = {};
+    to_parts(&seconds, &parts);
     std::array<char, 32> text = {};
     std::strftime(text.data(), text.size(), format, &parts);
-    const auto since_epoch = time.time_since_epoch();
-    const auto milliseconds = std::chrono::floor<std::chrono::milliseconds>(since_epoch) -
-                              std::chrono::floor<std::chrono::seconds>(since_epoch);
-    return text.data() + formatted(".%03u", static_cast<unsigned>(milliseconds.count()));
+    const auto since_epoch = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
+    return text.data() + formatted(".%03u", static_cast<unsigned>(since_epoch.count() % 1000));
 }
 
 bool colours_wanted()
@@ -152,6 +139,12 @@ std::string printable(std::string_view text)
     return result;
 }
 
+std::string padded(std::string text, std::size_t width)
+{
+    text.resize(std::max(width, text.size()), ' ');
+    return text;
+}
+
 std::string json_line(const Json::Value& value)
 {
     return json_text(value, "", exact_digits);
@@ -164,23 +157,22 @@ std::string json_lines(const Json::Value& value)
 
 std::string printable_value(const Json::Value& value)
 {
-    return value.isString() ? quoted(value.asString()) : json_text(value, "", readable_digits);
+    if (!value.isString()) {
+        return json_text(value, "", readable_digits);
+    }
+    std::ostringstream text;
+    text << std::quoted(value.asString());
+    return printable(text.str());
 }
 
 std::string clock_text(std::chrono::system_clock::time_point time)
 {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm parts = {};
-    localtime_r(&seconds, &parts);
-    return time_text(parts, "%H:%M:%S", time);
+    return time_text(time, "%H:%M:%S", localtime_r);
 }
 
 std::string utc_text(std::chrono::system_clock::time_point time)
 {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm parts = {};
-    gmtime_r(&seconds, &parts);
-    return time_text(parts, "%Y-%m-%dT%H:%M:%S", time) + "Z";
+    return time_text(time, "%Y-%m-%dT%H:%M:%S", gmtime_r) + "Z";
 }
 
 std::string styled(Style style, const std::string& text)

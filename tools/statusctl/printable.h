@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,9 @@ namespace statusctl {
 /// characters and those that are invisible or turn the writing direction as \u and four
 /// digits, or above FFFF as \U and eight, bytes that are no UTF-8 as \x and two.
 std::string printable(std::string_view text);
+
+/// `text` with blanks behind it, up to so many bytes.
+std::string padded(std::string text, std::size_t width);
 
 /// The value as JSON in printable ASCII: on one line, or indented over several.
 std::string json_line(const Json::Value& value);

@@ -3,27 +3,52 @@
 #include <memory>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 #include <json/reader.h>
-#include <json/writer.h>
 #include <valijson/adapters/jsoncpp_adapter.hpp>
 #include <valijson/schema.hpp>
 #include <valijson/schema_parser.hpp>
 #include <valijson/validation_results.hpp>
 #include <valijson/validator.hpp>
 
+#include "store/documents.h"
+#include "tools/statusctl/printable.h"
+
 namespace statusctl {
 
 namespace {
 
 struct SchemaRow {
-    const char* file;
+    std::string_view file;
     const char* text;
 };
 
 constexpr SchemaRow schema_rows[] = {
 #include "schema_rows.inc"
 };
+
+/// The text of a document's schema; null where there is none.
+constexpr const char* schema_of(std::string_view document)
+{
+    for (const SchemaRow& row : schema_rows) {
+        if (row.file.substr(0, row.file.find('.')) == document) {
+            return row.text;
+        }
+    }
+    return nullptr;
+}
+
+constexpr bool has_schema_for_each_document()
+{
+    for (const StatusDocument& document : status_documents) {
+        if (schema_of(document.name) == nullptr) {
+            return false;
+        }
+    }
+    return std::size(schema_rows) == std::size(status_documents);
+}
+static_assert(has_schema_for_each_document(), "schemas/ and store/documents.h name the same");
 
 std::unique_ptr<valijson::Schema> parse_schema(const char* text)
 {
@@ -32,17 +57,6 @@ std::unique_ptr<valijson::Schema> parse_schema(const char* text)
     auto schema = std::make_unique<valijson::Schema>();
     valijson::SchemaParser().populateSchema(valijson::adapters::JsonCppAdapter(root), *schema);
     return schema;
-}
-
-const char* schema_text(const std::string& document)
-{
-    const std::string file = document.substr(0, document.rfind(".json")) + ".schema.json";
-    for (const SchemaRow& row : schema_rows) {
-        if (file == row.file) {
-            return row.text;
-        }
-    }
-    throw std::invalid_argument("there is no document " + document);
 }
 
 /// A step of the validator's way to a value: "[name]" in an object, "[0]" in an array.
@@ -64,9 +78,7 @@ std::string line_of(const valijson::ValidationResults::Error& finding, const Jso
         value = &step_into(*value, step);
     }
     if (!value->isObject() && !value->isArray()) {
-        Json::StreamWriterBuilder compact;
-        compact["indentation"] = "";
-        place += (place.empty() ? "is " : " is ") + Json::writeString(compact, *value);
+        place += (place.empty() ? "is " : " is ") + json_line(*value);
     }
     return place.empty() ? finding.description : place + ": " + finding.description;
 }
@@ -81,7 +93,11 @@ bool only_passes_on(const valijson::ValidationResults::Error& finding)
 
 std::vector<std::string> validate_document(const std::string& name, const Json::Value& document)
 {
-    const std::unique_ptr<valijson::Schema> schema = parse_schema(schema_text(name));
+    const char* const text = schema_of(std::string_view(name).substr(0, name.rfind(".json")));
+    if (text == nullptr) {
+        throw std::invalid_argument("there is no document " + name);
+    }
+    const std::unique_ptr<valijson::Schema> schema = parse_schema(text);
     valijson::ValidationResults findings;
     if (valijson::Validator().validate(*schema, valijson::adapters::JsonCppAdapter(document),
                                        &findings)) {

@@ -1,9 +1,19 @@
-#include "tools/statusctl/send.h"
-
+/// `statusctl send`: messages to the service, one by one or from a scenario.
+///
+/// A scenario is a text that plays a device's day, a line a step. It can send, wait and speak; it
+/// runs nothing:
+///
+///     # a comment, and empty lines, are left out
+///     say A source is plugged in
+///     link_status port=HDMI isConnect=1
+///     power_status "1"
+///     raw 06000000 00000000
+///     wait 500ms
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -14,66 +24,153 @@
 
 #include "core/paths.h"
 #include "tools/statusctl/compose_datagram.h"
-#include "tools/statusctl/input_error.h"
 #include "tools/statusctl/message_types.h"
 #include "tools/statusctl/printable.h"
-#include "tools/statusctl/scenario.h"
+#include "tools/statusctl/statusctl.h"
 
 namespace statusctl {
 
 namespace {
 
+using std::chrono::milliseconds;
+
+// --- what is to be sent ---
+
+struct Step {
+    enum class Kind { message, wait, heading };
+    Kind kind;
+    std::string text;      // the line; of a heading what it says
+    std::string datagram;  // of a message
+    milliseconds wait{0};
+};
+
+constexpr std::string_view blanks = " \t\r";
+
+std::string_view trimmed(std::string_view text)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
+constexpr std::uint64_t longest_wait_ms = 3600000;
+
+milliseconds wait_from_text(std::string_view text)
+{
+    const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    const auto number = number_in<std::uint32_t>(text.substr(0, digits));
+    const std::string_view unit = text.substr(digits);
+    const std::uint64_t wait_ms = std::uint64_t{number.value_or(0)} * (unit == "s" ? 1000 : 1);
+    if (!number || (unit != "s" && unit != "ms") || wait_ms > longest_wait_ms) {
+        throw InputError(printable(text) + " is no time such as 500ms or 2s, up to an hour");
+    }
+    return milliseconds(wait_ms);
+}
+
+Step step_from_line(const std::string& line)
+{
+    const std::size_t end = std::min(line.find_first_of(blanks), line.size());
+    const std::string verb = line.substr(0, end);
+    const std::string rest(trimmed(std::string_view(line).substr(end)));
+    if (verb == "say") {
+        return {Step::Kind::heading, rest, "", {}};
+    }
+    if (verb == "wait") {
+        return {Step::Kind::wait, line, "", wait_from_text(rest)};
+    }
+    return {Step::Kind::message,
+            line,
+            verb == "raw" ? bytes_from_hex(rest) : datagram_from_words(split_words(line)),
+            {}};
+}
+
+std::vector<Step> steps_of_scenario(const std::string& path)
+{
+    std::ifstream file;
+    if (path != "-") {
+        file.open(path);
+    }
+    std::istream& stream = path == "-" ? std::cin : file;
+    std::istringstream lines(std::string{std::istreambuf_iterator<char>(stream), {}});
+    if (!stream) {
+        throw InputError("can't read " + printable(path) + ": " + std::strerror(errno));
+    }
+    std::vector<Step> steps;
+    std::size_t number = 0;
+    for (std::string text; std::getline(lines, text);) {
+        const std::string line(trimmed(text));
+        ++number;
+        try {
+            if (!line.empty() && line.front() != '#') {
+                steps.push_back(step_from_line(line));
+            }
+        } catch (const InputError& error) {
+            throw InputError("line " + std::to_string(number) + ": " + error.what());
+        }
+    }
+    return steps;
+}
+
+std::vector<Step> steps_of(const Arguments& arguments)
+{
+    if (arguments.has("file")) {
+        return steps_of_scenario(arguments.value("file"));
+    }
+    return {{Step::Kind::message,
+             "",
+             arguments.has("raw") ? bytes_from_hex(arguments.value("raw"))
+                                  : datagram_from_words(arguments.words),
+             {}}};
+}
+
+// --- sending it ---
+
 /// How long a message is tried again while the service's receive queue is full.
 constexpr std::chrono::seconds full_queue_patience(2);
-constexpr std::chrono::milliseconds full_queue_pause(5);
+constexpr milliseconds full_queue_pause(5);
 
-/// Sends one datagram; gives 0 or the reason as errno has it. The socket isn't connected, as a
-/// connection would end with the service's restart.
-int try_send(int socket_descriptor, const std::string& datagram)
+std::string reason_of(int error)
+{
+    switch (error) {
+        case ENOENT:
+        case ECONNREFUSED:
+            return "the service is not there";
+        case EAGAIN:
+            return "the service's receive queue stays full";
+        default:
+            return std::strerror(error);
+    }
+}
+
+/// Sends one datagram; where that fails, says why on standard error and gives false. The socket
+/// isn't connected, as a connection would end with the service's restart.
+bool send_datagram(int socket_descriptor, const std::string& datagram)
 {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, message_socket_path, sizeof address.sun_path - 1);
     const auto deadline = std::chrono::steady_clock::now() + full_queue_patience;
-    for (;;) {
-        if (sendto(socket_descriptor, datagram.data(), datagram.size(), MSG_DONTWAIT,
-                   reinterpret_cast<const sockaddr*>(&address), sizeof address) >= 0) {
-            return 0;
-        }
+    while (sendto(socket_descriptor, datagram.data(), datagram.size(), MSG_DONTWAIT,
+                  reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
         if (errno != EAGAIN || std::chrono::steady_clock::now() >= deadline) {
-            return errno;
+            std::cerr << "statusctl: can't send to " << message_socket_path << ": "
+                      << reason_of(errno) << '\n';
+            return false;
         }
         std::this_thread::sleep_for(full_queue_pause);
     }
+    return true;
 }
 
-bool send_datagram(int socket_descriptor, const std::string& datagram)
-{
-    const int error = try_send(socket_descriptor, datagram);
-    if (error == 0) {
-        return true;
-    }
-    std::cerr << "statusctl: can't send to " << message_socket_path << ": ";
-    if (error == ENOENT || error == ECONNREFUSED) {
-        std::cerr << "the service is not there\n";
-    } else if (error == EAGAIN) {
-        std::cerr << "the service's receive queue stays full\n";
-    } else {
-        std::cerr << std::strerror(error) << '\n';
-    }
-    return false;
-}
-
-bool play_step(int socket_descriptor, const ScenarioStep& step, bool echo)
+bool play(int socket_descriptor, const Step& step, bool echo)
 {
     switch (step.kind) {
-        case ScenarioStep::Kind::heading:
+        case Step::Kind::heading:
             std::cout << styled(Style::heading, "== " + printable(step.text)) << std::endl;
             return true;
-        case ScenarioStep::Kind::wait:
+        case Step::Kind::wait:
             std::this_thread::sleep_for(step.wait);
             return true;
-        case ScenarioStep::Kind::message:
+        case Step::Kind::message:
             break;
     }
     if (echo) {
@@ -83,51 +180,74 @@ bool play_step(int socket_descriptor, const ScenarioStep& step, bool echo)
     return send_datagram(socket_descriptor, step.datagram);
 }
 
-std::string whole_text(const std::string& path)
+// --- the command ---
+
+void require_options_that_go_together(const Arguments& arguments)
 {
-    std::ifstream file;
-    if (path != "-") {
-        file.open(path);
+    constexpr const char* ways[] = {"list", "raw", "file"};
+    std::string given;
+    for (const char* way : ways) {
+        if (arguments.has(way) && !given.empty()) {
+            throw InputError(given + " excludes --" + way);
+        }
+        given = arguments.has(way) ? std::string("--") + way : given;
     }
-    std::istream& stream = path == "-" ? std::cin : file;
-    std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream) {
-        throw InputError("can't read " + printable(path) + ": " + std::strerror(errno));
+    if (arguments.has("echo") && !arguments.has("file")) {
+        throw InputError("--echo requires --file");
     }
-    return text;
+    if (!given.empty() && !arguments.words.empty()) {
+        throw InputError("a message in words goes with no option");
+    }
 }
 
-std::vector<ScenarioStep> steps_of(const SendOptions& options)
+/// Nothing is sent unless all of it is right.
+int run_send(const Arguments& arguments)
 {
-    if (!options.scenario.empty()) {
-        return parse_scenario(whole_text(options.scenario));
-    }
-    return {{ScenarioStep::Kind::message,
-             "",
-             options.is_raw ? bytes_from_hex(options.raw) : datagram_from_words(options.words),
-             {}}};
-}
-
-}  // namespace
-
-int run_send(const SendOptions& options)
-{
-    if (options.list) {
+    require_options_that_go_together(arguments);
+    if (arguments.has("list")) {
         std::cout << list_of_messages();
         return 0;
     }
-    const std::vector<ScenarioStep> steps = steps_of(options);
+    const std::vector<Step> steps = steps_of(arguments);
     const int socket_descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (socket_descriptor < 0) {
         std::cerr << "statusctl: no socket: " << std::strerror(errno) << '\n';
         return 1;
     }
-    bool sent = true;
-    for (const ScenarioStep& step : steps) {
-        sent = sent && play_step(socket_descriptor, step, options.echo);
-    }
+    const bool all_sent = std::all_of(steps.begin(), steps.end(), [&](const Step& step) {
+        return play(socket_descriptor, step, arguments.has("echo"));
+    });
     close(socket_descriptor);
-    return sent ? 0 : 1;
+    return all_sent ? 0 : 1;
 }
+
+constexpr option options[] = {help_option,
+                              {"list", no_argument, nullptr, 0},
+                              {"raw", required_argument, nullptr, 0},
+                              {"file", required_argument, nullptr, 0},
+                              {"echo", no_argument, nullptr, 0},
+                              {}};
+
+}  // namespace
+
+const Command send_command = {"send",
+                              "Send messages to the service, or list what can be sent",
+                              R"(statusctl send TYPE [FIELD=VALUE...|ITEM...]
+       statusctl send --list | --raw HEX | --file SCENARIO [--echo]
+  --list     Show types, fields and words
+  --raw      Send a datagram of these bytes, in hexadecimal digits
+  --file     Play the lines of a scenario; - is standard input
+  --echo     Show each line of the scenario as it is sent
+
+A message is TYPE FIELD=VALUE... for a record and TYPE ITEM... for a text; numbers
+that mean something can be given as words:
+  statusctl send link_status port=USB-C isConnect=1
+  statusctl send ethernet_control 4 on 1
+  statusctl send hdcp_version USB-C "HDCP 1.4"
+)",
+                              options,
+                              any_number,
+                              true,
+                              run_send};
 
 }  // namespace statusctl

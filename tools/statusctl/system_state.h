@@ -17,15 +17,9 @@ std::vector<pid_t> processes_named(const std::string& name);
 /// "process 12 (name)", the name escaped.
 std::string process_text(pid_t pid);
 
-struct FileLock {
-    pid_t pid;
-    bool is_exclusive;
-    bool is_waiting;  // for the lock that another process holds
-};
-bool operator==(const FileLock& left, const FileLock& right);
-
-/// The locks of `flock` on a file, in the order in which they are held or waited for.
-std::vector<FileLock> locks_on(const struct stat& file);
+/// Who holds a lock of `flock` on a file, such as "locked for reading by process 12 (name)", in
+/// the order of the kernel's table. Who waits for one isn't there.
+std::vector<std::string> locks_on(const struct stat& file);
 
 /// Whether a process has CAP_NET_ADMIN, which sending an event from its own port takes. True where
 /// that can't be seen.

@@ -1,5 +1,4 @@
-#include "tools/statusctl/watch.h"
-
+/// `statusctl watch`: the documents' state, and every change of it.
 #include <poll.h>
 #include <sys/signalfd.h>
 
@@ -7,15 +6,15 @@
 #include <array>
 #include <chrono>
 #include <csignal>
-#include <iomanip>
+#include <cstdlib>
 #include <iostream>
-#include <system_error>
+#include <map>
+#include <utility>
 
-#include "tools/statusctl/diff.h"
 #include "tools/statusctl/documents.h"
 #include "tools/statusctl/events.h"
 #include "tools/statusctl/printable.h"
-#include "tools/statusctl/safe_read.h"
+#include "tools/statusctl/statusctl.h"
 
 namespace statusctl {
 
@@ -23,17 +22,63 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// What is known of a document.
-struct Known {
-    bool read = false;  // `root` is what was last read of it
-    Json::Value root;
-    std::string problem;  // why it can't be read now; empty where it can
+// --- what has changed ---
+
+struct Change {
+    std::string path;
+    const Json::Value* before;  // null where the member was not there
+    const Json::Value* after;   // null where it is there no longer
 };
 
-std::string padded(const std::string& text, std::size_t width)
+/// Whether both states are looked into rather than compared as they are.
+bool both_are(Json::ValueType type, const Json::Value* before, const Json::Value* after)
 {
-    return text + std::string(text.size() < width ? width - text.size() : 0, ' ');
+    bool has_entries = false;
+    for (const Json::Value* state : {before, after}) {
+        if (state != nullptr && state->type() != type) {
+            return false;
+        }
+        has_entries = has_entries || (state != nullptr && !state->empty());
+    }
+    return has_entries;
 }
+
+/// Appends the members that differ, each by itself, in the order of their paths. Either state may
+/// be null, for none at all; the changes point into both. Goes no deeper than the parser lets a
+/// document be.
+void add_changes(const std::string& path, const Json::Value* before, const Json::Value* after,
+                 std::vector<Change>& changes)
+{
+    const bool in_object = both_are(Json::objectValue, before, after);
+    if (!in_object && !both_are(Json::arrayValue, before, after)) {
+        if (before == nullptr || after == nullptr || *before != *after) {
+            changes.push_back({path, before, after});
+        }
+        return;
+    }
+    // By position in an array and by name in an object.
+    std::map<std::pair<Json::ArrayIndex, std::string>, std::array<const Json::Value*, 2>> members;
+    for (const std::size_t side : {0U, 1U}) {
+        static const Json::Value nothing(Json::objectValue);
+        const Json::Value* const given = side == 0 ? before : after;
+        const Json::Value& state = given == nullptr ? nothing : *given;
+        for (auto member = state.begin(); member != state.end(); ++member) {
+            members[{in_object ? 0 : member.index(), member.name()}][side] = &*member;
+        }
+    }
+    for (const auto& [step, states] : members) {
+        const auto& [position, name] = step;
+        std::string place = path;
+        if (in_object) {
+            place.append(path.empty() ? "" : ".").append(name);
+        } else {
+            place.append("[").append(std::to_string(position)).append("]");
+        }
+        add_changes(place, states[0], states[1], changes);
+    }
+}
+
+// --- how it is shown ---
 
 /// Wide enough for all paths of the documents.
 constexpr std::size_t path_width = 49;
@@ -44,35 +89,29 @@ struct Printer {
     bool json;
     std::chrono::system_clock::time_point time = std::chrono::system_clock::now();
 
-    void line(const std::string& rest) const
-    {
-        std::cout << styled(Style::faint, clock_text(time)) << "  "
-                  << styled(Style::name, padded(std::string(document.name), 8)) << "  " << rest
-                  << std::endl;
-    }
-
-    void member(const std::string& path, const std::string& value) const
-    {
-        line(padded(printable(path), path_width) + "  " + value);
-    }
-
-    void object(Json::Value members) const
+    /// A line: an object with these members for programs, or this text for people.
+    void line(Json::Value members, const std::string& text) const
     {
         members["time"] = utc_text(time);
         members["document"] = std::string(document.name);
-        std::cout << json_line(members) << std::endl;
+        std::cout << (json ? json_line(members)
+                           : styled(Style::faint, clock_text(time)) + "  " +
+                                 styled(Style::name, padded(std::string(document.name), 8)) + "  " +
+                                 text)
+                  << std::endl;
     }
 };
 
+std::string member_text(const std::string& path, const std::string& value)
+{
+    return padded(printable(path), path_width) + "  " + value;
+}
+
 void print_problem(const Printer& printer, const std::string& problem)
 {
-    if (printer.json) {
-        Json::Value members;
-        members["problem"] = problem;
-        printer.object(members);
-    } else {
-        printer.line(styled(Style::removed, "can't be read: " + printable(problem)));
-    }
+    Json::Value members;
+    members["problem"] = problem;
+    printer.line(members, styled(Style::removed, "can't be read: " + printable(problem)));
 }
 
 void print_state(const Printer& printer, const Json::Value& root)
@@ -80,26 +119,21 @@ void print_state(const Printer& printer, const Json::Value& root)
     if (printer.json) {
         Json::Value members;
         members["state"] = root;
-        printer.object(members);
+        printer.line(members, "");
         return;
     }
-    for (const Change& member : differences(nullptr, &root)) {
-        printer.member(member.path, printable_value(*member.after));
+    std::vector<Change> changes;
+    add_changes("", nullptr, &root, changes);
+    for (const Change& change : changes) {
+        printer.line(Json::Value(), member_text(change.path, printable_value(*change.after)));
     }
-}
-
-std::string shown(const Json::Value* value)
-{
-    return value == nullptr ? "(none)" : printable_value(*value);
 }
 
 void print_change(const Printer& printer, const Change& change)
 {
-    if (!printer.json) {
-        printer.member(change.path, styled(Style::removed, shown(change.before)) + " -> " +
-                                        styled(Style::added, shown(change.after)));
-        return;
-    }
+    const auto text = [](const Json::Value* value) {
+        return value == nullptr ? "(none)" : printable_value(*value);
+    };
     Json::Value members;
     members["path"] = change.path;
     if (change.before != nullptr) {
@@ -108,26 +142,44 @@ void print_change(const Printer& printer, const Change& change)
     if (change.after != nullptr) {
         members["new"] = *change.after;
     }
-    printer.object(members);
+    printer.line(members,
+                 member_text(change.path, styled(Style::removed, text(change.before)) + " -> " +
+                                              styled(Style::added, text(change.after))));
 }
 
+// --- the watch ---
+
+struct Options {
+    DocumentSet documents;
+    bool json = false;
+    bool changes_only = false;           // not the state at the start
+    std::size_t count = 0;               // ends after so many documents' changes; 0 for never
+    std::chrono::milliseconds limit{0};  // ends after that time; 0 for never
+};
+
+/// What is known of a document.
+struct Known {
+    bool read = false;  // `root` is what was last read of it
+    Json::Value root;
+    std::string problem;  // why it can't be read now; empty where it can
+};
+
 /// Reads the document anew and prints what is new about it; true where anything is.
-bool refresh(const StatusDocument& document, Known& known, const WatchOptions& options)
+bool refresh(const StatusDocument& document, Known& known, const Options& options)
 {
     DocumentRead result = read_document_safely(document.path);
     const Printer printer = {document, options.json};
+    const bool has_new_problem = known.problem != result.reason && !result.reason.empty();
+    known.problem = result.reason;
     if (result.state != ReadState::good) {
-        const bool is_news = known.problem != result.reason;
-        known.problem = result.reason;
-        if (is_news) {
+        if (has_new_problem) {
             print_problem(printer, known.problem);
         }
-        return is_news;
+        return has_new_problem;
     }
-    known.problem.clear();
     std::vector<Change> changes;
     if (known.read) {
-        changes = differences(&known.root, &result.root);
+        add_changes("", &known.root, &result.root, changes);
         for (const Change& change : changes) {
             print_change(printer, change);
         }
@@ -139,13 +191,35 @@ bool refresh(const StatusDocument& document, Known& known, const WatchOptions& o
     return !changes.empty();
 }
 
-DocumentSet selected_documents(const std::vector<std::string>& names)
+Options options_of(const Arguments& arguments)
 {
-    DocumentSet documents;
-    for (const std::string& name : names) {
-        documents.set(document_named(name));
+    Options options;
+    for (const std::string& name : arguments.words) {
+        options.documents.set(document_named(name));
     }
-    return names.empty() ? documents.set() : documents;
+    if (arguments.words.empty()) {
+        options.documents.set();
+    }
+    options.json = arguments.has("json");
+    options.changes_only = arguments.has("changes-only");
+    if (arguments.has("count")) {
+        const auto count = number_in<std::size_t>(arguments.value("count"));
+        if (!count) {
+            throw InputError("Could not convert: --count = " + printable(arguments.value("count")));
+        }
+        options.count = *count;
+    }
+    if (arguments.has("for")) {
+        const std::string limit = arguments.value("for");
+        char* rest = nullptr;
+        const double seconds = std::strtod(limit.c_str(), &rest);
+        if (!(*rest == '\0' && seconds >= 0.001 && seconds <= 1e6)) {
+            throw InputError("--for: Value " + printable(limit) +
+                             " not in range 0.001000 to 1000000.000000");
+        }
+        options.limit = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+    }
+    return options;
 }
 
 int open_end_signals()
@@ -174,31 +248,52 @@ bool wait_for_hints(const Subscription& subscription, int end_signals, int timeo
            descriptors[0].revents == 0;
 }
 
-}  // namespace
-
-int run_watch(const WatchOptions& options)
+int run_watch(const Arguments& arguments)
 {
-    const DocumentSet selected = selected_documents(options.documents);
-    const auto deadline =
-        Clock::now() + std::chrono::milliseconds(static_cast<std::int64_t>(options.seconds * 1000));
+    const Options options = options_of(arguments);
+    const auto deadline = Clock::now() + options.limit;
     const int end_signals = open_end_signals();
     // Before the first read, so that no change falls between the two.
     const Subscription subscription = subscribe();
 
     std::array<Known, std::size(status_documents)> known;
     std::size_t count = 0;
-    for (DocumentSet due = selected;; due = selected & take_hints(subscription)) {
+    for (DocumentSet due = options.documents;; due = options.documents & take_hints(subscription)) {
         for (std::size_t i = 0; i < known.size(); ++i) {
             if (due[i] && refresh(status_documents[i], known[i], options) &&
                 ++count == options.count) {
                 return 0;
             }
         }
-        const int timeout = options.seconds > 0 ? milliseconds_until(deadline) : -1;
+        const int timeout = options.limit.count() > 0 ? milliseconds_until(deadline) : -1;
         if (!wait_for_hints(subscription, end_signals, timeout)) {
             return 0;
         }
     }
 }
+
+constexpr option options[] = {help_option,
+                              {"json", no_argument, nullptr, 0},
+                              {"changes-only", no_argument, nullptr, 0},
+                              {"count", required_argument, nullptr, 0},
+                              {"for", required_argument, nullptr, 0},
+                              {}};
+
+}  // namespace
+
+const Command watch_command = {
+    "watch",
+    "Show the documents' state, and then what changes",
+    R"(statusctl watch [--json] [--changes-only] [--count CHANGES] [--for SECONDS] [DOCUMENT...]
+  DOCUMENT        A document by its name; all of them by default
+  --json          Show an object a line, for programs
+  --changes-only  Leave out the state at the start
+  --count         End when so many changes of documents were shown
+  --for           End after so many seconds
+)",
+    options,
+    any_number,
+    false,
+    run_watch};
 
 }  // namespace statusctl
