@@ -56,20 +56,13 @@ void restore_device()
     }
 }
 
-const unsigned char* deliver(std::string_view datagram)
+void deliver(std::string_view datagram)
 {
     // On the heap, where an address sanitizer sees a step over either end.
     static const auto buffer = std::make_unique<unsigned char[]>(message_slot_size);
     message_queue_push(datagram.data(), datagram.size());
     message_queue_pop(buffer.get());
     dispatch_message(buffer.get());
-    return buffer.get();
-}
-
-std::string datagram(std::uint32_t type, std::string_view payload)
-{
-    const MessageHeader header = {type, static_cast<std::uint32_t>(payload.size())};
-    return std::string(reinterpret_cast<const char*>(&header), sizeof header).append(payload);
 }
 
 std::string read_text(const char* path)

@@ -18,10 +18,8 @@ void restore_state();
 /// That, and the documents as seeded.
 void restore_device();
 
-/// Takes a datagram through the ring to its handler. Gives the buffer that dispatch worked on.
-const unsigned char* deliver(std::string_view datagram);
-
-std::string datagram(std::uint32_t type, std::string_view payload);
+/// Takes a datagram through the ring to its handler.
+void deliver(std::string_view datagram);
 
 std::string read_text(const char* path);
 void write_text(const char* path, std::string_view text);
