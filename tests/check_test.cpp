@@ -7,6 +7,7 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,22 +28,38 @@ protected:
     void check(
         const std::vector<std::string>& words = {"check"}, const Action& prepare = [] {})
     {
-        status = Tool(words, "", prepare).wait();
-        output = "\n" + Tool::output();
+        const Tool tool(words, "", prepare);
+        status = tool.wait();
+        output = tool.output();
+        EXPECT_EQ(tool.complaint(), "");
+        EXPECT_EQ(output.find('\x1B'), std::string::npos) << "text of others is escaped";
     }
 
-    /// Expects a line that starts so; gives its end.
-    std::string expect_line(const std::string& start) const
+    /// Expects this among the lines of the output.
+    void expect_line(const std::string& line) const
     {
-        const std::size_t place = output.find("\n" + start);
-        EXPECT_NE(place, std::string::npos) << start << "\nin" << output;
-        const std::size_t end = std::min(output.size(), place + start.size() + 1);
-        return output.substr(end, output.find('\n', end) - end);
+        EXPECT_NE(("\n" + output).find("\n" + line + "\n"), std::string::npos) << line << "\nin\n"
+                                                                               << output;
     }
 
-    std::string service() const
+    static std::string process(pid_t pid, const char* name = "status_json_ser")
     {
-        return "process " + std::to_string(service_pid()) + " (status_json_ser)";
+        return "process " + std::to_string(pid) + " (" + name + ")";
+    }
+    static std::string self() { return process(getpid(), "service\\u001btests"); }
+
+    static void set_age(const StatusDocument& document, std::chrono::minutes age)
+    {
+        fs::last_write_time(document.path, fs::file_time_type::clock::now() - age);
+    }
+
+    /// Takes the netlink port of the service's events; gives the socket.
+    int take_event_port() const
+    {
+        const int taken = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK);
+        const sockaddr_nl port = {AF_NETLINK, 0, static_cast<unsigned>(service_pid()), 0};
+        EXPECT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&port), sizeof port), 0);
+        return taken;
     }
 
     std::string output;
@@ -51,102 +68,135 @@ protected:
 
 TEST_F(Check, AllIsWellAfterTheStartAndAfterAReport)
 {
+    using std::chrono::hours;
     send_line("power_status 1");
     settle();
-    fs::last_write_time(path_of("inputs.json"),
-                        fs::file_time_type::clock::now() - std::chrono::hours(3));
+    set_age(inputs_document, hours(48));
+    set_age(usb_host_document, hours(47));
+    set_age(ethernet_document, hours(2));
+    set_age(power_document, std::chrono::minutes(119));
+    set_age(outputs_document, hours(-1));
     check();
-    EXPECT_EQ(status, 0) << output;
-    expect_line("ok       inputs.json: valid, written 3 hours ago");
-    const std::string seeded = "as seeded: nothing reported yet";
-    expect_line("ok       /var/run/status: in memory");
-    EXPECT_NE(expect_line("ok       outputs.json: valid, written ").find(seeded),
-              std::string::npos);
-    EXPECT_EQ(expect_line("ok       power.json: valid, written ").find(seeded), std::string::npos);
-    expect_line("ok       /tmp/json_app.sock: takes messages");
-    expect_line("ok       status_json_service: " + service());
-    expect_line("ok       events of " + service() + ": their netlink port is free");
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(output, R"(ok       /var/run/status: in memory
+ok       inputs.json: valid, written 2 days ago, as seeded: nothing reported yet
+ok       usb-host.json: valid, written 47 hours ago, as seeded: nothing reported yet
+ok       ethernet.json: valid, written 2 hours ago, as seeded: nothing reported yet
+ok       power.json: valid, written 119 minutes ago
+ok       outputs.json: valid, written 0 seconds ago, as seeded: nothing reported yet
+ok       /tmp/json_app.sock: takes messages
+ok       status_json_service: )" +
+                          process(service_pid()) + "\nok       events of " +
+                          process(service_pid()) + ": their netlink port is free\n");
 }
 
-TEST_F(Check, EachProblemIsALine)
+TEST_F(Check, EachProblemIsALineWithARemedy)
 {
-    const int locked = open(path_of("ethernet.json").c_str(), O_RDONLY | O_CLOEXEC);
-    ASSERT_EQ(flock(locked, LOCK_SH), 0);
-    const int taken = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK);
-    sockaddr_nl port = {};
-    port.nl_family = AF_NETLINK;
-    port.nl_pid = static_cast<std::uint32_t>(service_pid());
-    ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&port), sizeof port), 0);
-    fs::remove(path_of("usb-host.json"));
-    write_document("inputs.json", "");
-    write_document("power.json", R"({"power": {"power_source": "Sun\u001b"}})");
-    write_document("outputs.json", R"({"outputs": )");
-    check();
-    const std::string own = "process " + std::to_string(getpid()) + " (service_tests)";
-    EXPECT_EQ(status, 1);
-    expect_line("PROBLEM  inputs.json: empty, written ");
-    expect_line("PROBLEM  usb-host.json: No such file or directory; ");
-    expect_line("PROBLEM  ethernet.json: locked for reading by " + own);
-    expect_line(R"(PROBLEM  power.json: power.power_source is "Sun\u001b": )");
-    expect_line("PROBLEM  outputs.json: Line 1, Column 13 ");
-    expect_line("PROBLEM  events of " + service() + ": their netlink port is taken by " + own);
-    close(locked);
-    close(taken);
-
-    stop();
-    check();
-    expect_line("PROBLEM  /tmp/json_app.sock: Connection refused; start the service");
-    expect_line("PROBLEM  status_json_service: is not running; ");
-}
-
-TEST_F(Check, TellsWhatStandsInADocumentsPlace)
-{
-    for (const char* name : {"power.json", "outputs.json"}) {
-        fs::remove(path_of(name));
-    }
-    fs::create_symlink("power.json", path_of("power.json"));
-    fs::create_directory(path_of("outputs.json"));
-    fs::resize_file(path_of("ethernet.json"), (16U << 20U) + 1);
-    write_document("inputs.json", R"({"inputs": [7]})");
-    write_document("usb-host.json", R"({"usb_c": {}})");
-    check();
-    expect_line("PROBLEM  power.json: Too many levels of symbolic links; look at what ");
-    expect_line("PROBLEM  outputs.json: not a regular file; look at what ");
-    expect_line("PROBLEM  ethernet.json: larger than 16 MiB; look at what ");
-    expect_line("PROBLEM  inputs.json: inputs[0] is 7: ");
-    expect_line("PROBLEM  usb-host.json: usb_c: ");
-    fs::remove(path_of("outputs.json"));
-    write_document("outputs.json", R"({"outputs": []})");
-    write_document("inputs.json", "7");
-    write_document("usb-host.json", "{}");
-    check();
-    expect_line("PROBLEM  inputs.json: is 7: ");
-    expect_line("PROBLEM  outputs.json: outputs: ");
-    expect_line("PROBLEM  usb-host.json: Missing ");
-}
-
-TEST_F(Check, TellsWhoHoldsLocksAndThatServicesAreTwo)
-{
-    const int writer = open(path_of("ethernet.json").c_str(), O_RDONLY | O_CLOEXEC);
-    const int reader = open(path_of("inputs.json").c_str(), O_RDWR | O_CLOEXEC);
+    prctl(PR_SET_NAME, "service\x1Btests");
+    const int writer = open(ethernet_document.path, O_RDONLY | O_CLOEXEC);
+    const int reader = open(inputs_document.path, O_RDWR | O_CLOEXEC);
     struct flock other_kind = {F_WRLCK, SEEK_SET, 0, 0, 0};
     ASSERT_EQ(flock(writer, LOCK_EX) | flock(reader, LOCK_SH), 0);
     ASSERT_EQ(fcntl(reader, F_SETLK, &other_kind), 0);
-    send_line("uac_control 0 1 1");
+    send_line("uac_control 0 1 1");  // for which the service waits, and has no lock yet
     wait_until("the rewrite", [] { return fs::file_size(inputs_document.path) == 0; });
     const pid_t first = service_pid();
+    const int taken = take_event_port();
+    fs::remove(message_socket_path);
     start();
+    settle();
+    fs::remove(usb_host_document.path);
+    write_document("power.json", R"({"power": {"power_source": "Sun\u001b"}})");
+    set_age(inputs_document, std::chrono::hours(-1));
+    set_age(outputs_document, std::chrono::hours(-1));
     check();
-    const std::string own = "process " + std::to_string(getpid()) + " (service_tests)";
-    expect_line("PROBLEM  ethernet.json: locked by " + own);
-    expect_line("PROBLEM  inputs.json: locked for reading by " + own);
-    EXPECT_EQ(output.find("json: locked by process " + std::to_string(first)), std::string::npos)
-        << "it only waits";
-    expect_line("PROBLEM  status_json_service: runs 2 times; ");
+    EXPECT_EQ(status, 1);
+    const std::string unlock = "; the service waits until that process unlocks it or ends\n";
+    EXPECT_EQ(
+        output,
+        "ok       /var/run/status: in memory\n"
+        "PROBLEM  inputs.json: empty, written 0 seconds ago; stop the service, statusctl "
+        "check --repair, start it again, and have all reported anew\n"
+        "PROBLEM  inputs.json: locked for reading by " +
+            self() + unlock +
+            "PROBLEM  usb-host.json: No such file or directory; start the service again, which "
+            "seeds it, and have all reported anew\n"
+            "PROBLEM  ethernet.json: locked by " +
+            self() + unlock +
+            "PROBLEM  power.json: power.power_source is \"Sun\\u001b\": Failed to match "
+            "against any enum values.; something else than the service has written it; remove "
+            "it and start the service again\n"
+            "ok       outputs.json: valid, written 0 seconds ago, as seeded: nothing reported yet\n"
+            "ok       /tmp/json_app.sock: takes messages\n"
+            "PROBLEM  status_json_service: runs 2 times; stop all and start one: only the last "
+            "has the socket, all write documents\n"
+            "ok       status_json_service: " +
+            process(first) + "\nPROBLEM  events of " + process(first) +
+            ": their netlink port is taken by " + self() +
+            "; no event goes out; end that process, or start the service again\n"
+            "ok       status_json_service: " +
+            process(service_pid()) + "\nok       events of " + process(service_pid()) +
+            ": their netlink port is free\n");
+    close(taken);
     close(writer);
     close(reader);
     kill(first, SIGKILL);
     waitpid(first, nullptr, 0);
+}
+
+TEST_F(Check, TellsWhatStandsInADocumentsPlace)
+{
+    stop();
+    const std::string look = "; look at what stands there and at its rights";
+    const std::string written =
+        "; something else than the service has written it; remove it and "
+        "start the service again";
+    fs::remove(power_document.path);
+    fs::remove(outputs_document.path);
+    fs::create_symlink("power.json", power_document.path);
+    ASSERT_EQ(mkfifo(outputs_document.path, 0600), 0);
+    fs::resize_file(ethernet_document.path, (16U << 20U) + 1);
+    write_document("inputs.json", R"({"inputs": [7]})");
+    write_document("usb-host.json", R"({"usb_c": {}})");
+    check();
+    expect_line("PROBLEM  power.json: Too many levels of symbolic links" + look);
+    expect_line("PROBLEM  outputs.json: not a regular file" + look);
+    expect_line("PROBLEM  ethernet.json: larger than 16 MiB" + look);
+    expect_line(
+        "PROBLEM  inputs.json: inputs[0] is 7: Value type not permitted by 'type' "
+        "constraint." +
+        written);
+    expect_line("PROBLEM  usb-host.json: usb_c: Value type not permitted by 'type' constraint." +
+                written);
+    expect_line("PROBLEM  /tmp/json_app.sock: Connection refused; start the service");
+    expect_line("PROBLEM  status_json_service: is not running; start it");
+    fs::remove(outputs_document.path);
+    write_document("outputs.json", R"({"outputs": []})");
+    write_document("inputs.json", "7");
+    write_document("usb-host.json", R"({"\u001b": 1})");
+    check();
+    expect_line("PROBLEM  inputs.json: is 7: Value type not permitted by 'type' constraint." +
+                written);
+    expect_line("PROBLEM  outputs.json: outputs: Array should contain no fewer than 1 elements." +
+                written);
+    expect_line("PROBLEM  usb-host.json: Missing required property 'usb_c'." + written);
+
+    const std::pair<const char*, const char*> rows[] = {
+        {"ramfs", "ok       /var/run/status: in memory"},
+        {"proc",
+         "PROBLEM  /var/run/status: not in memory: each change of a document waits for a "
+         "disk; mount a tmpfs on /run"}};
+    for (const auto& [type, line] : rows) {
+        ASSERT_EQ(mount("none", status_directory, type, 0, nullptr), 0) << type;
+        check();
+        expect_line(line);
+        EXPECT_EQ(umount(status_directory), 0);
+    }
+    fs::remove_all(status_directory);
+    check();
+    expect_line(
+        "PROBLEM  /var/run/status: No such file or directory; the service makes it when it "
+        "starts");
 }
 
 TEST_F(Check, TellsWhichRightsAreMissing)
@@ -156,60 +206,48 @@ TEST_F(Check, TellsWhichRightsAreMissing)
             prctl(PR_CAPBSET_DROP, right);
         }
     };
-    const int taken = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK);
-    const sockaddr_nl port = {AF_NETLINK, 0, static_cast<unsigned>(service_pid()), 0};
-    ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&port), sizeof port), 0);
+    const int taken = take_event_port();
     fs::permissions(message_socket_path, fs::perms::none);
-    fs::permissions(path_of("power.json"), fs::perms::none);
+    fs::permissions(power_document.path, fs::perms::none);
     check({"check"}, drop_rights);
     expect_line("PROBLEM  /tmp/json_app.sock: Permission denied; check as a user who may send");
-    expect_line("PROBLEM  power.json: Permission denied; look at what ");
-    expect_line("PROBLEM  events of " + service() + ": their netlink port is taken by a socket; ");
+    expect_line(
+        "PROBLEM  power.json: Permission denied; look at what stands there and at its "
+        "rights");
+    expect_line("PROBLEM  events of " + process(service_pid()) +
+                ": their netlink port is taken by a socket; no event goes out; end that process, "
+                "or start the service again");
     close(taken);
 
     stop();
     launch([] { prctl(PR_CAPBSET_DROP, CAP_NET_ADMIN); });
     wait_until("the finding", [this] {
         check();
-        return output.find("PROBLEM  events of " + service() + ": it lacks CAP_NET_ADMIN; ") !=
+        return output.find("PROBLEM  events of " + process(service_pid()) +
+                           ": it lacks CAP_NET_ADMIN; no event goes out; start it with that\n") !=
                std::string::npos;
     });
-}
-
-TEST_F(Check, TellsWhereTheDocumentsStand)
-{
-    stop();
-    const std::pair<const char*, const char*> rows[] = {
-        {"ramfs", "ok       /var/run/status: in memory"},
-        {"proc", "PROBLEM  /var/run/status: not in memory: each change "}};
-    for (const auto& [type, line] : rows) {
-        ASSERT_EQ(mount("none", status_directory, type, 0, nullptr), 0) << type;
-        check();
-        expect_line(line);
-        EXPECT_EQ(umount(status_directory), 0);
-    }
-    fs::remove_all(status_directory);
-    check();
-    expect_line("PROBLEM  /var/run/status: No such file or directory; the service makes it ");
 }
 
 TEST_F(Check, RepairRemovesWhatDoesNotParseBeforeAStart)
 {
     write_document("inputs.json", "");
     check({"check", "--repair"});
-    EXPECT_TRUE(fs::exists(path_of("inputs.json"))) << "removed while the service runs";
+    EXPECT_EQ(output, "the service is running: nothing is removed\n");
+    EXPECT_TRUE(fs::exists(inputs_document.path));
     stop();
     write_document("outputs.json", R"({"outputs": )");
     write_document("ethernet.json", R"({"ethernet": 7})");
     write_document("power.json", "{} and more");  // which the service reads
     check({"check", "--repair"});
     EXPECT_EQ(status, 0);
-    expect_line(
-        "removed /var/run/status/inputs.json: empty\nremoved /var/run/status/outputs.json: ");
-    EXPECT_FALSE(fs::exists(path_of("inputs.json")));
-    EXPECT_FALSE(fs::exists(path_of("outputs.json")));
+    EXPECT_EQ(output,
+              "removed /var/run/status/inputs.json: empty\nremoved "
+              "/var/run/status/outputs.json: Line 1, Column 13 Syntax error: value, object "
+              "or array expected.\n");
+    EXPECT_TRUE(fs::exists(usb_host_document.path));
     EXPECT_EQ(text_of("ethernet.json"), R"({"ethernet": 7})");
-    EXPECT_TRUE(fs::exists(path_of("power.json")));
+    EXPECT_EQ(text_of("power.json"), "{} and more");
 }
 
 TEST_F(Check, RepairSparesWhatAServiceWritesThatItDoesNotSee)
@@ -221,28 +259,30 @@ TEST_F(Check, RepairSparesWhatAServiceWritesThatItDoesNotSee)
         unshare(CLONE_NEWNS);
         mount("none", "/proc", "tmpfs", 0, nullptr);
     };
-    const int writer = open(path_of("inputs.json").c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    const int writer = open(inputs_document.path, O_WRONLY | O_TRUNC | O_CLOEXEC);
+    const int other = open(power_document.path, O_WRONLY | O_CLOEXEC);  // which stays good
     check({"check", "--repair"}, hide_proc);
-    EXPECT_EQ(output, "\nkept /var/run/status/inputs.json: being written\n");
-    EXPECT_TRUE(fs::exists(path_of("inputs.json")));
+    EXPECT_EQ(output, "kept /var/run/status/inputs.json: being written\n");
+    EXPECT_TRUE(fs::exists(inputs_document.path));
     close(writer);
+    close(other);
     check({"check", "--repair"}, hide_proc);
-    EXPECT_EQ(output, "\nremoved /var/run/status/inputs.json: empty\n");
+    EXPECT_EQ(output, "removed /var/run/status/inputs.json: empty\n");
 }
 
 TEST_F(Check, RepairTellsWhatItCanNotRemove)
 {
     stop();
-    const std::string fixed = path_of("inputs.json");
+    const std::string fixed = inputs_document.path;
     write_document("inputs.json", "");
     write_document("outputs.json", "");
-    if (chown(path_of("outputs.json").c_str(), 65534, 65534) != 0) {
+    if (chown(outputs_document.path, 65534, 65534) != 0) {
         GTEST_SKIP() << "there are no other users";
     }
     ASSERT_EQ(mount(fixed.c_str(), fixed.c_str(), nullptr, MS_BIND, nullptr), 0);
     check({"check", "--repair"}, [] { prctl(PR_CAPBSET_DROP, CAP_LEASE); });
-    EXPECT_EQ(output, "\ncan't remove " + fixed + ": Device or resource busy\nkept " +
-                          path_of("outputs.json") + ": Permission denied\n");
+    EXPECT_EQ(output, "can't remove " + fixed + ": Device or resource busy\nkept " +
+                          outputs_document.path + ": Permission denied\n");
     EXPECT_EQ(umount(fixed.c_str()), 0);
 }
 

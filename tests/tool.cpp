@@ -1,37 +1,41 @@
 #include "tests/tool.h"
 
-#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 
 Tool::Tool(std::vector<std::string> words, const std::string& input, const Action& prepare)
 {
-    const char* const files[] = {"/tmp/in", "/tmp/out", "/tmp/err"};
-    for (const char* file : files) {
-        write_file(file, file == files[0] ? input : "");
+    for (int& stream : streams_) {
+        stream = memfd_create("statusctl", MFD_CLOEXEC);
     }
+    EXPECT_EQ(pwrite(streams_[0], input.data(), input.size(), 0),
+              static_cast<ssize_t>(input.size()));
     words.insert(words.begin(), path());
+    std::vector<char*> arguments(words.size() + 1);  // the last is null
+    std::transform(words.begin(), words.end(), arguments.begin(),
+                   [](std::string& word) { return word.data(); });
     pid = fork();
     if (pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        prepare();
-        std::vector<char*> arguments;
-        arguments.reserve(words.size() + 1);
-        for (std::string& word : words) {
-            arguments.push_back(word.data());
-        }
-        arguments.push_back(nullptr);
         for (int stream = 0; stream < 3; ++stream) {
-            const int file = open(files[stream], O_RDWR | O_APPEND);
-            dup2(file, stream);
-            close(file);
+            dup2(streams_[stream], stream);
         }
+        prepare();
         execv(arguments[0], arguments.data());
         _exit(127);
+    }
+}
+
+Tool::~Tool()
+{
+    for (const int stream : streams_) {
+        close(stream);
     }
 }
 
@@ -51,4 +55,14 @@ int Tool::end() const
 {
     kill(pid, SIGTERM);
     return wait();
+}
+
+std::string Tool::text_of(int stream) const
+{
+    return read_file("/proc/self/fd/" + std::to_string(streams_[stream]));
+}
+
+void Tool::wait_output(const std::string& part) const
+{
+    wait_until(part, [&] { return output().find(part) != std::string::npos; });
 }

@@ -5,24 +5,35 @@
 
 #include "tests/service.h"
 
-/// One that runs, with what it reads and writes in files of the sandbox.
+/// One that runs, with files of its own for what it reads and writes. It must have ended, by
+/// `wait` or `end`, before the case does.
 class Tool {
 public:
     /// Starts it with these words; `prepare` runs in its process before it.
     explicit Tool(
         std::vector<std::string> words, const std::string& input = "",
         const Action& prepare = [] {});
+    ~Tool();
+    Tool(const Tool&) = delete;
+    Tool& operator=(const Tool&) = delete;
 
     /// Waits until it ends; gives its exit status, -1 where it was killed.
     int wait() const;
     /// Asks it to end; gives its exit status.
     int end() const;
+    /// What it has written so far to standard output, and to standard error.
+    std::string output() const { return text_of(1); }
+    std::string complaint() const { return text_of(2); }
+    /// Waits until its output holds this.
+    void wait_output(const std::string& part) const;
 
     /// The executable, beside this one.
     static std::string path();
-    /// What the last one has written so far.
-    static std::string output() { return read_file("/tmp/out"); }
-    static std::string complaint() { return read_file("/tmp/err"); }
 
     pid_t pid;
+
+private:
+    std::string text_of(int stream) const;
+
+    int streams_[3];
 };
