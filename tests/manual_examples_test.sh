@@ -24,41 +24,47 @@ fail() {
     exit 1
 }
 
-# wait_for FILE PATTERN: until a line of the file matches, a minute at most
-wait_for() {
+# expect COMMAND...: it succeeds, within a minute at most
+expect() {
     tries=600
-    until grep -q "$2" "$1"; do
+    until "$@" >/dev/null 2>&1; do
         tries=$((tries - 1))
-        [ $tries -gt 0 ] || fail "waited in vain for '$2' in $1"
+        [ $tries -gt 0 ] || fail "not so: $*"
         sleep 0.1
     done
 }
 
-# Readers take what is there, and then what the event announces. They may start before the
-# service does; the one in shell watches a folder, which must be there.
-mkdir -p /run/status
+is() {
+    [ "$(statusctl get "$1" "$2")" = "$3" ]
+}
+
+# Readers take what is there, and then what the event announces. Those in C and Python may start
+# before the service does.
 ./read >c.out 2>c.err &
 started=$!
 python3 read.py >py.out 2>py.err &
 started="$started $!"
-sh read.sh >sh.out 2>sh.err &
-started="$started $!"
 status_json_service 2>service.err &
 started="$started $!"
-# shellcheck disable=SC2064,SC2086  # the list as it is now
-trap "kill $started" EXIT
-for reader in c py sh; do
-    wait_for $reader.out PoE
-done
+trap 'kill $started' EXIT
+expect grep -q PoE c.out
+expect grep -q PoE py.out
+sh read.sh >sh.out 2>sh.err &
+started="$started $!"
+expect grep -q PoE sh.out
+cp /var/run/status/power.json c.expected
 
 ./send
 python3 send.py
 sh send.sh
-for reader in c py sh; do
-    wait_for $reader.out Adapter
-done
-statusctl watch --for 60 --json usb-host >usb.out &
-wait_for usb.out '"connected": *true'
-kill $!
-[ "$(statusctl get inputs 'inputs[1].video.signal_type')" = DP ] || fail "send.c sent nothing"
+expect is inputs 'inputs[1].video.signal_type' DP
+expect is usb-host 'usb_c[1].connected' true
+
+# Each reader has printed each state whole and once; the one in shell repeats it for each member.
+cat /var/run/status/power.json >>c.expected
+printf '%s\n' PoE Adapter >py.expected
+printf 'Source: %s\n' PoE Adapter >sh.expected
+expect diff c.expected c.out
+expect diff py.expected py.out
+expect sh -c 'uniq sh.out | diff sh.expected -'
 [ ! -s service.err ] || fail "the service complains"
