@@ -1,7 +1,8 @@
 #include "tests/service.h"
 
 #include <fcntl.h>
-#include <sys/inotify.h>
+#include <linux/netlink.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -17,13 +18,14 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <thread>
-#include <utility>
 
 #include <json/reader.h>
 
+#include "store/documents.h"
 #include "tools/statusctl/compose_datagram.h"
 #include "tools/statusctl/message_types.h"
 #include "tools/statusctl/schema_check.h"
@@ -64,43 +66,6 @@ bool socket_takes_messages()
     return result == 0;
 }
 
-/// Counts what is opened and closed again in the folder of the documents. The kernel notes an
-/// access before the call that makes it returns.
-class AccessWatch {
-public:
-    AccessWatch() : descriptor_(inotify_init1(IN_NONBLOCK))
-    {
-        // Watched as well, openings keep two closings from being reported as one.
-        inotify_add_watch(descriptor_, status_directory, IN_OPEN | IN_CLOSE);
-    }
-    ~AccessWatch() { close(descriptor_); }
-    AccessWatch(const AccessWatch&) = delete;
-    AccessWatch& operator=(const AccessWatch&) = delete;
-
-    Accesses of(const std::string& name) const
-    {
-        Accesses counts = {};
-        auto& [reads, writes] = counts;
-        alignas(inotify_event) char buffer[4096];
-        ssize_t size = 0;
-        while ((size = read(descriptor_, buffer, sizeof buffer)) > 0) {
-            for (const char* place = buffer; place < buffer + size;) {
-                inotify_event event;
-                std::memcpy(&event, place, sizeof event);
-                if (event.len > 0 && name == place + sizeof event) {
-                    reads += (event.mask & IN_CLOSE_NOWRITE) != 0 ? 1 : 0;
-                    writes += (event.mask & IN_CLOSE_WRITE) != 0 ? 1 : 0;
-                }
-                place += sizeof event + event.len;
-            }
-        }
-        return counts;
-    }
-
-private:
-    int descriptor_;
-};
-
 /// Whether the process has ended; it can still be waited for.
 bool has_ended(pid_t pid)
 {
@@ -123,12 +88,11 @@ void expect_schema(const std::string& name, const Json::Value& root)
 /// not parse is none: the service may have been killed in the middle of a rewrite.
 void expect_schemas()
 {
-    for (const char* name :
-         {"inputs.json", "usb-host.json", "ethernet.json", "power.json", "outputs.json"}) {
+    for (const StatusDocument& document : status_documents) {
         Json::Value root;
-        std::ifstream stream(std::string(status_directory) + "/" + name);
+        std::ifstream stream(document.path);
         if (Json::parseFromStream(Json::CharReaderBuilder(), stream, &root, nullptr)) {
-            expect_schema(name, root);
+            expect_schema(fs::path(document.path).filename(), root);
         }
     }
 }
@@ -142,23 +106,32 @@ void remove_traces()
     fs::remove(log_path());
 }
 
-/// The messages of a log file from a byte of it on.
-void add_messages(const std::string& path, std::uintmax_t offset,
-                  std::vector<std::string>& messages)
+/// The messages of the log from a byte of it on, each taken out of its line.
+Lines log_messages(std::uintmax_t offset)
 {
-    const std::string category = " CATEGORY: ";
-    std::ifstream log(path);
+    static const std::regex head("[0-9-]{10} [0-9:.]{12} INFO CATEGORY: ");
+    static const std::regex tail(R"( --\[[a-z]+/[a-z_]+\.cpp:[1-9][0-9]*\])");
+    Lines messages;
+    std::ifstream log(log_path());
     log.seekg(static_cast<std::streamoff>(offset));
-    for (std::string line; std::getline(log, line);) {
-        if (const auto position = line.find(category); position != std::string::npos) {
-            messages.push_back(line.substr(position + category.size()));
+    std::string place;
+    for (std::string line; std::getline(log, line) && std::getline(log, place);) {
+        std::smatch found;
+        while (!std::regex_match(place, tail) && !log.eof()) {  // a text with an end of line
+            line += "\n" + place;
+            std::getline(log, place);
         }
+        EXPECT_TRUE(std::regex_search(line, found, head) && found.position() == 0) << line;
+        EXPECT_TRUE(std::regex_match(place, tail)) << place;
+        messages.push_back(found.suffix());
     }
+    return messages;
 }
 
-std::string unknown_message(std::uint32_t type)
+std::string datagram(std::uint32_t type, const std::string& payload)
 {
-    return "Unknown message type " + std::to_string(type) + " or length 0";
+    const MessageHeader header = {type, static_cast<std::uint32_t>(payload.size())};
+    return std::string(reinterpret_cast<const char*>(&header), sizeof header) + payload;
 }
 
 /// The report of the timing 1080p60, of which the line names the fields that differ.
@@ -180,12 +153,6 @@ std::string timing_datagram(const std::string& line)
 }
 
 }  // namespace
-
-int load_factor()
-{
-    const char* given = std::getenv("LOAD_FACTOR");
-    return given != nullptr ? std::atoi(given) : 1;
-}
 
 bool wait_until(const std::string& what, const std::function<bool()>& holds)
 {
@@ -212,10 +179,20 @@ std::string service_path()
                : fs::read_symlink("/proc/self/exe").replace_filename("status_json_service");
 }
 
-std::string read_file(const std::string& path)
+Action under_strace(const std::string& options)
+{
+    return [options] {
+        setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // which can't be done under a tracer
+        const std::string command = "exec strace -D -qqq -f " + options + " " + service_path();
+        execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+    };
+}
+
+std::string read_file(const std::string& path, std::uintmax_t offset)
 {
     std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
+    std::ifstream file(path);
+    text << file.seekg(static_cast<std::streamoff>(offset)).rdbuf();
     return text.str();
 }
 
@@ -236,6 +213,64 @@ Json::Value parsed(const std::string& text)
     builder["failIfExtra"] = true;
     EXPECT_TRUE(Json::parseFromStream(builder, stream, &root, &errors)) << errors;
     return root;
+}
+
+// --- the events ---
+
+EventListener::EventListener() : descriptor_(socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK))
+{
+    const int room = 8 << 20;  // for a case that looks at its events late
+    setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
+    sockaddr_nl address = {};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = 1;
+    EXPECT_EQ(bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0)
+        << "subscribing needs the rights of root";
+}
+
+EventListener::~EventListener()
+{
+    close(descriptor_);
+}
+
+Event EventListener::wait()
+{
+    if (!comes_within(60000)) {
+        ADD_FAILURE() << "no event for a minute";
+        return {};
+    }
+    return receive();
+}
+
+Lines EventListener::take_names()
+{
+    Lines names;
+    while (comes_within(0)) {
+        names.push_back(receive().name);
+    }
+    return names;
+}
+
+bool EventListener::comes_within(int milliseconds) const
+{
+    pollfd readable = {descriptor_, POLLIN, 0};
+    return poll(&readable, 1, milliseconds) == 1;
+}
+
+Event EventListener::receive() const
+{
+    struct {
+        nlmsghdr header;
+        char payload[4096];  // more than any event has
+    } message = {};
+    const ssize_t size = recv(descriptor_, &message, sizeof message, 0);
+    const auto time = std::chrono::steady_clock::now();
+    const std::string name = message.payload;
+    EXPECT_EQ(size, 1040);
+    EXPECT_EQ(message.header.nlmsg_len, 1040U);
+    EXPECT_EQ(message.header.nlmsg_type | message.header.nlmsg_flags | message.header.nlmsg_seq, 0);
+    EXPECT_EQ(std::string(message.payload, 1024), name + std::string(1024 - name.size(), '\0'));
+    return {name, time};
 }
 
 // --- the process ---
@@ -261,9 +296,9 @@ void ServiceTest::TearDown()
     expect_schemas();
 }
 
-void ServiceTest::start()
+void ServiceTest::start(const Action& prepare)
 {
-    launch();
+    launch(prepare);
     wait_until("a start of the service",
                [this] { return socket_takes_messages() || has_ended(pid_); });
 }
@@ -279,6 +314,8 @@ void ServiceTest::launch(const Action& prepare)
     if (pid_ == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(standard_error_, STDERR_FILENO);
+        // What is taken from the heap and what is given back holds a pattern, never zeros.
+        setenv("MALLOC_PERTURB_", "165", 1);
         prepare();
         execl(path.c_str(), path.c_str(), nullptr);
         std::perror(path.c_str());
@@ -323,15 +360,9 @@ void ServiceTest::send(const std::string& datagram)
     ASSERT_EQ(sent, static_cast<ssize_t>(datagram.size())) << std::strerror(errno);
 }
 
-void ServiceTest::send(std::uint32_t type, std::uint32_t length, const std::string& payload)
-{
-    const MessageHeader header = {type, length};
-    send(std::string(reinterpret_cast<const char*>(&header), sizeof header) + payload);
-}
-
 void ServiceTest::send_text(std::uint32_t type, const std::string& text)
 {
-    send(type, static_cast<std::uint32_t>(text.size()), text);
+    send(datagram(type, text));
 }
 
 void ServiceTest::send_line(const std::string& line)
@@ -356,45 +387,29 @@ void ServiceTest::send_line(const std::string& line)
 void ServiceTest::settle() const
 {
     static std::uint32_t type = 1000000;
+    const std::string answer = "type " + std::to_string(++type) + " or length 0\n";
     std::error_code no_log;
     const auto size = fs::file_size(log_path(), no_log);
-    send(++type, 0);
+    send(datagram(type, ""));
     wait_until("an answer of the service", [&] {
-        const std::vector<std::string> news = log_messages(no_log ? 0 : size);
-        return std::count(news.begin(), news.end(), unknown_message(type)) > 0 || has_ended(pid_);
+        return read_file(log_path(), no_log ? 0 : size).find(answer) != std::string::npos ||
+               has_ended(pid_);
     });
-}
-
-// --- the log ---
-
-std::vector<std::string> ServiceTest::log_messages(std::uintmax_t offset)
-{
-    std::vector<std::string> messages;
-    if (std::error_code no_log; fs::file_size(log_path(), no_log) < offset) {  // rolled over
-        add_messages(log_path() + ".1", std::exchange(offset, 0), messages);
-    }
-    add_messages(log_path(), offset, messages);
-    return messages;
-}
-
-int ServiceTest::times_logged(const std::string& message)
-{
-    const std::vector<std::string> messages = log_messages();
-    return static_cast<int>(std::count(messages.begin(), messages.end(), message));
 }
 
 void ServiceTest::wait_logged(const std::string& message)
 {
-    wait_until(message, [&] { return times_logged(message) > 0; });
+    wait_until(message,
+               [&] { return read_file(log_path()).find(message + "\n") != std::string::npos; });
 }
 
-std::vector<std::string> ServiceTest::logged_by(const Action& action)
+Lines ServiceTest::logged_by(const Action& action) const
 {
     settle();
     const auto size = fs::file_size(log_path());
     action();
     settle();
-    std::vector<std::string> news = log_messages(size);
+    Lines news = log_messages(size);
     if (!news.empty()) {
         news.pop_back();  // of `settle`
     }
@@ -434,13 +449,4 @@ Json::Value ServiceTest::document(const std::string& name)
 Json::Value ServiceTest::value_of(const std::string& name, const std::string& path)
 {
     return Json::Path(path).resolve(document(name));
-}
-
-Accesses ServiceTest::accesses_by(const std::string& name, const Action& action)
-{
-    settle();
-    const AccessWatch watch;
-    action();
-    settle();
-    return watch.of(name);
 }

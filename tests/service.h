@@ -7,11 +7,11 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -20,25 +20,15 @@
 
 #include "core/messages.h"
 #include "core/paths.h"
-#include "tests/event_listener.h"
-
-/// How often a document was opened and closed again: to be read, and to be written.
-using Accesses = std::pair<int, int>;
-constexpr Accesses no_access = {0, 0};
-constexpr Accesses only_read = {1, 0};
-constexpr Accesses rewritten = {1, 1};
-constexpr Accesses created = {0, 1};
 
 using Action = std::function<void()>;
-
-/// How much more than usual cases of load do: LOAD_FACTOR of the environment, or 1.
-int load_factor();
+using Lines = std::vector<std::string>;
 
 /// Waits, in short steps, until `holds` does; fails the case where that takes a minute.
 bool wait_until(const std::string& what, const std::function<bool()>& holds);
 
-/// The whole text of a file; empty where it can't be read.
-std::string read_file(const std::string& path);
+/// The text of a file from a byte on; empty where it can't be read.
+std::string read_file(const std::string& path, std::uintmax_t offset = 0);
 /// Writes a file anew, in the folder that is there.
 void write_file(const std::string& path, const std::string& text);
 
@@ -50,6 +40,36 @@ std::string service_path();
 /// Whether the environment names one: a program that runs the service under a checker.
 bool has_stand_in();
 
+/// Has the process that is to be the service run under strace, in its words.
+Action under_strace(const std::string& options);
+
+struct Event {
+    std::string name;
+    std::chrono::steady_clock::time_point time;  // when it was received
+};
+
+/// A subscriber of the events from its construction on. What comes meanwhile waits in the socket,
+/// so an event's time is right only for those who wait for it. Every event is checked to be a
+/// message of 1,040 bytes with nothing but zeros behind the name.
+class EventListener {
+public:
+    EventListener();
+    ~EventListener();
+    EventListener(const EventListener&) = delete;
+    EventListener& operator=(const EventListener&) = delete;
+
+    /// The next event; fails the case and gives an empty one where none comes for a minute.
+    Event wait();
+    /// The names of the events that have come and were not yet taken. Does not wait.
+    Lines take_names();
+
+private:
+    bool comes_within(int milliseconds) const;
+    Event receive() const;
+
+    int descriptor_;
+};
+
 /// A running service for each case. It must live until the case ends and must leave nothing
 /// on its standard error that the case has not taken.
 class ServiceTest : public ::testing::Test {
@@ -59,8 +79,8 @@ protected:
 
     // --- the process ---
 
-    /// Starts the service and waits until its socket takes messages.
-    void start();
+    /// Starts the service and waits until its socket takes messages; `prepare` as in `launch`.
+    void start(const Action& prepare = [] {});
     /// Starts the service and does not wait; `prepare` runs in the process before it.
     void launch(const Action& prepare = [] {});
     /// Checks that the service still runs, and kills it. Its documents and its log stay.
@@ -75,8 +95,6 @@ protected:
 
     /// Sends one datagram as it is.
     static void send(const std::string& datagram);
-    /// Sends a header with this type and length, and the payload behind it.
-    static void send(std::uint32_t type, std::uint32_t length, const std::string& payload = "");
     /// Sends a text with its true length, without a zero byte.
     static void send_text(std::uint32_t type, const std::string& text);
     /// Sends a message in the words of `statusctl send`; with "text TYPE ..." any text, with
@@ -87,22 +105,16 @@ protected:
     /// included.
     void settle() const;
 
-    // --- the log ---
-
-    /// The messages of the log in their order, without times and source places, from a byte of
-    /// the log on.
-    static std::vector<std::string> log_messages(std::uintmax_t offset = 0);
-    /// How often the log has this message.
-    static int times_logged(const std::string& message);
     static void wait_logged(const std::string& message);
     /// The messages that the log gains while `action` runs and what it sent is worked through.
-    std::vector<std::string> logged_by(const Action& action);
+    /// Each line is checked to have its time, priority, category and place in the source.
+    Lines logged_by(const Action& action) const;
 
-    // --- the documents, by name: "inputs.json" ---
+    // --- the documents, by the names of their files: "inputs.json" ---
 
     static std::string path_of(const std::string& name);
     static std::string text_of(const std::string& name) { return read_file(path_of(name)); }
-    /// The texts of all documents, by name.
+    /// The texts of all documents that there are, by name.
     static std::map<std::string, std::string> texts();
     /// Replaces a document's text, in place. Damaged documents come from here, and none that
     /// a case has written is held against its schema; all others are.
@@ -112,11 +124,6 @@ protected:
     static Json::Value document(const std::string& name);
     /// One value of a document, such as ".inputs[0].video.color"; null where there is none.
     static Json::Value value_of(const std::string& name, const std::string& path);
-    /// How often the service reads and writes the document while `action` runs and what it
-    /// sent is worked through. `action` leaves the document alone.
-    Accesses accesses_by(const std::string& name, const Action& action);
-
-    // --- events ---
 
     /// Hears every event since before the service was started.
     EventListener events;

@@ -1,20 +1,15 @@
 /// Start and restart: the documents as seeded, and ground that is not as expected.
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 #include <filesystem>
-#include <utility>
 
+#include "store/documents.h"
 #include "tests/service.h"
+#include "tests/transcript.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-const std::pair<std::string, std::size_t> seeded_sizes[] = {
-    {"inputs.json", 2945}, {"usb-host.json", 1096}, {"ethernet.json", 844},
-    {"power.json", 121},   {"outputs.json", 247},
-};
 
 class Startup : public StoppedServiceTest {
 protected:
@@ -41,15 +36,16 @@ protected:
     {
         SCOPED_TRACE(what);
         start();
-        send(0, 7);
+        send_line("raw 0000000007000000");
         std::string text;
         wait_until("a line on standard error", [&] {
             text += take_standard_error();
-            return text.find("Unknown message type 0 or length 7") != std::string::npos;
+            return text.find("INFO CATEGORY : Unknown message type 0 or length 7") !=
+                   std::string::npos;
         });
-        EXPECT_EQ(text.find(log_configuration_path), 0U) << text;
+        EXPECT_EQ(text.find(log_configuration_path + std::string(": ")), 0U) << text;
+        EXPECT_EQ(text.find("; logging to standard error\n") + 28, text.find('\n') + 1) << text;
         EXPECT_LT(text.find("Unknown message"), text.find('\n', text.find('\n') + 1)) << text;
-        EXPECT_EQ(value_of("power.json", ".power.power_source"), "PoE");
         stop();
     }
 
@@ -62,56 +58,13 @@ private:
 TEST_F(Startup, SeedsTheDocumentsToTheByte)
 {
     start();
-    for (const auto& [name, size] : seeded_sizes) {
-        const std::string text = text_of(name);
-        EXPECT_EQ(text.size(), size) << name;
-        EXPECT_EQ(text.substr(text.size() - 3), "\n}\n") << name;
-        struct stat status = {};
-        stat(path_of(name).c_str(), &status);
-        EXPECT_EQ(status.st_mode & 07777U, 0644U) << name;
+    for (const StatusDocument& document : status_documents) {
+        const std::string file = std::string(document.name) + ".json";
+        EXPECT_EQ(text_of(file), kept_text(file));
+        EXPECT_EQ(fs::status(document.path).permissions(), fs::perms(0644)) << file;
     }
-    const std::string inputs = text_of("inputs.json");
-    EXPECT_EQ(inputs.find("\"index\":1,\n"), inputs.find("\"index\""));
-    EXPECT_NE(inputs.find("\"index\": 1,\n"), std::string::npos);
-    EXPECT_EQ(value_of("inputs.json", ".inputs[1].video.hdcp.control.allowed_hdcp_version"),
-              "HDCP 2.2");
-    EXPECT_EQ(value_of("inputs.json", ".inputs[2].control.enabled"), true);
-    EXPECT_EQ(value_of("ethernet.json", ".ethernet[3].type"), "USB-Ethernet");
-    EXPECT_EQ(text_of("power.json"),
-              "{\n  \"power\": {\n    \"power_source\": \"PoE\",\n"
-              "    \"measured_power_voltage_v\": 11900,\n"
-              "    \"measured_power_current_a\": 0\n  }\n}\n");
     settle();
-    EXPECT_EQ(events.take_names(), std::vector<std::string>{});
-}
-
-TEST_F(Startup, KeepsThreeDocumentsOverARestartAndResetsTwo)
-{
-    start();
-    for (const auto& [name, size] : seeded_sizes) {
-        write_document(name, "damaged");
-    }
-    stop();
-    start();  // over the socket file of the first run
-    for (const char* kept : {"inputs.json", "ethernet.json", "outputs.json"}) {
-        EXPECT_EQ(text_of(kept), "damaged") << kept;
-    }
-    EXPECT_EQ(text_of("usb-host.json").size(), 1096U);
-    EXPECT_EQ(text_of("power.json").size(), 121U);
-    settle();
-}
-
-TEST_F(Startup, PublishesTheFirstReportOverAnEqualDocument)
-{
-    const auto report = [] { send_line("link_status"); };
-    start();
-    report();
-    settle();
-    const std::string published = text_of("inputs.json");
-    stop();
-    start();
-    EXPECT_EQ(accesses_by("inputs.json", report), rewritten);
-    EXPECT_EQ(text_of("inputs.json"), published);
+    EXPECT_EQ(events.take_names(), Lines());
 }
 
 TEST_F(Startup, GoesOnWithoutAFolderForTheDocuments)
@@ -121,7 +74,7 @@ TEST_F(Startup, GoesOnWithoutAFolderForTheDocuments)
     send_line("power_v_value 5");
     settle();
     EXPECT_EQ(take_standard_error(), "open for write_json_to_file: Not a directory\n");
-    EXPECT_EQ(events.take_names(), std::vector<std::string>{});
+    EXPECT_EQ(events.take_names(), Lines());
 }
 
 TEST_F(Startup, LogsToStandardErrorWhereTheLogConfigurationIsOfNoUse)
@@ -133,14 +86,13 @@ TEST_F(Startup, LogsToStandardErrorWhereTheLogConfigurationIsOfNoUse)
     for (const char* text : {
              "",
              "\x01\x02\xff no configuration",
-             "log4cpp.rootCategory=INFO, missing_appender\n",
              "log4cpp.rootCategory=LOUD\n",
              "log4cpp.rootCategory=INFO, file\nlog4cpp.appender.file=NoAppender\n",
-             "log4cpp.rootCategory=INFO, file\nlog4cpp.appender.file=ConsoleAppender\n"
-             "log4cpp.appender.file.layout=NoLayout\n",
-             "log4cpp.rootCategory=INFO, file\nlog4cpp.appender.file=ConsoleAppender\n"
-             "log4cpp.appender.file.layout=PatternLayout\n"
-             "log4cpp.appender.file.layout.ConversionPattern=%Q\n",
+             R"(log4cpp.rootCategory=INFO, file
+log4cpp.appender.file=ConsoleAppender
+log4cpp.appender.file.layout=PatternLayout
+log4cpp.appender.file.layout.ConversionPattern=%Q
+)",
          }) {
         configure_log(text);
         expect_log_on_standard_error(text);
@@ -153,7 +105,7 @@ TEST_F(Startup, EndsWithStatus1WhereTheSocketCannotBeBound)
     launch();
     EXPECT_EQ(wait_exit(), 1);
     EXPECT_EQ(take_standard_error(), "bind: Address already in use\n");
-    EXPECT_EQ(text_of("inputs.json").size(), 2945U);  // seeded before the threads start
+    EXPECT_EQ(text_of("inputs.json"), inputs_default_text);  // seeded before the threads start
 }
 
 TEST_F(Startup, EndsWithStatus1WhereAThreadCannotBeStarted)
