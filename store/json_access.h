@@ -1,7 +1,7 @@
 /// Access to documents that anything on the device may have damaged. The library's own access
 /// raises an exception on a value of another kind than expected; here such a value counts as
-/// absent. What is absent is created as null by a mere look, as the library does it, so that what
-/// is of another kind becomes null.
+/// absent. As in the library, looking at an absent member creates it as null. A member of the
+/// wrong kind is replaced by null.
 ///
 /// Every `parent` and `object` is an object or null. No locks, any thread.
 #pragma once
@@ -30,8 +30,8 @@ Json::Value& text_in(Json::Value& object, const char* name);
 /// null, is the empty text.
 bool has_text(const Json::Value& value, std::string_view text);
 
-/// Sets the member `name` of `object` where it differs; true where it did. One that is absent
-/// and equals what it is converted to stays null.
+/// Sets the member `name` of `object` where it differs; true where it did. An absent
+/// member counts as false or empty text: setting it to that changes nothing and leaves it null.
 bool set_flag(Json::Value& object, const char* name, bool flag);
 bool set_text(Json::Value& object, const char* name, const char* text);
 

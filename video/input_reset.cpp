@@ -1,4 +1,5 @@
-/// The empty values of a video input, for a signal that is lost and a link that goes down.
+/// The empty values of a video input: of its entry in the document, for a signal that is lost and
+/// a link that goes down, and of its cache, for a signal that is lost.
 #include <array>
 
 #include "store/json_access.h"
