@@ -368,7 +368,7 @@ TEST_F(Statusctl, WatchShowsChangesAtEventsAndThoseOfTheSilentDocument)
     const std::string time = watch.output().substr(watch.output().find("\"time\":\"") + 8, 24);
     EXPECT_LE(begin, time);
     EXPECT_LE(time, utc_now("%Y-%m-%dT%H:%M:%S.999Z"));
-    kill(watch.pid, SIGSTOP);
+    watch.pause();
     for (int i = 0; i < 10000; ++i) {  // more than the kernel keeps
         write_file("/var/run/status/other", "");
         std::filesystem::remove("/var/run/status/other");
@@ -421,7 +421,7 @@ TEST_F(Statusctl, AnEventIsAHintOfThoseWhoMayGiveIt)
 {"document":"power","new":"Adapter","old":"PoE","path":"power.power_source","time":"T"}
 )");
     // More events than the socket holds: what they were about is unknown, so all is read.
-    kill(watch.pid, SIGSTOP);
+    watch.pause();
     write_document("power.json", R"({"power":{"power_source":"PoE"},"new":1})");
     send_event("e_other_json_update", 0, 5000);
     kill(watch.pid, SIGCONT);
