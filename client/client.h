@@ -69,9 +69,6 @@ int status_json_watch_fd(const struct status_json_watch* watch);
 /** A bit, 1U << STATUS_JSON_..., for each document to read anew: all after a loss. Never waits. */
 unsigned status_json_watch_take(struct status_json_watch* watch);
 
-/** 1 where the service's events are heard too, 0 without CAP_NET_ADMIN. Files always are. */
-int status_json_watch_hears_events(const struct status_json_watch* watch);
-
 void status_json_watch_close(struct status_json_watch* watch); /* null is allowed */
 
 #ifdef __cplusplus
