@@ -113,9 +113,11 @@ bool check_locks(const StatusDocument& document)
 // --- documents ---
 
 /// How long ago a document was written, in the largest unit that fits.
-std::string age_text(std::time_t written)
+std::string age_text(const StatusDocument& document)
 {
-    const std::time_t seconds = std::max<std::time_t>(0, std::time(nullptr) - written);
+    struct stat file = {};
+    stat(document.path, &file);
+    const std::time_t seconds = std::max<std::time_t>(0, std::time(nullptr) - file.st_mtime);
     const struct {
         std::time_t seconds;
         const char* name;
@@ -138,14 +140,14 @@ void check_good_document(const StatusDocument& document, const DocumentRead& res
     }
     if (findings.empty()) {
         const bool is_seed = result.text == *document.default_text;
-        say_well(file_name(document), "valid, " + age_text(result.written) +
+        say_well(file_name(document), "valid, " + age_text(document) +
                                           (is_seed ? ", as seeded: nothing reported yet" : ""));
     }
 }
 
 void check_document(const StatusDocument& document)
 {
-    const DocumentRead result = read_document_safely(document.path);
+    const DocumentRead result = read_document_safely(document);
     switch (result.state) {
         case ReadState::good:
             check_good_document(document, result);
@@ -156,8 +158,7 @@ void check_document(const StatusDocument& document)
             break;
         case ReadState::empty:
         case ReadState::damaged:
-            say_problem(file_name(document),
-                        printable(result.reason) + ", " + age_text(result.written),
+            say_problem(file_name(document), printable(result.reason) + ", " + age_text(document),
                         "stop the service, statusctl check --repair, start it again, and have "
                         "all reported anew");
             break;
@@ -246,7 +247,7 @@ constexpr std::chrono::milliseconds at_once(0);
 /// Why a document is beyond repair; empty where the service itself can still read it.
 std::string damage(const StatusDocument& document)
 {
-    const DocumentRead result = read_document_safely(document.path, at_once);
+    const DocumentRead result = read_document_safely(document, at_once);
     const bool is_bad = result.state == ReadState::empty || result.state == ReadState::damaged;
     return is_bad && read_document(document.path).isNull() ? printable(result.reason) : "";
 }

@@ -1,19 +1,15 @@
 #include "tools/statusctl/documents.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
 #include <sstream>
-#include <thread>
 
 #include <json/reader.h>
 
+#include "client/client.h"
 #include "tools/statusctl/printable.h"
 #include "tools/statusctl/statusctl.h"
 
@@ -21,21 +17,13 @@ namespace statusctl {
 
 namespace {
 
-constexpr std::chrono::milliseconds pause_between_reads(2);
-constexpr off_t largest_document = 16 << 20;
-
-DocumentRead failed(ReadState state, const std::string& reason)
+status_json_document position_of(const StatusDocument& document)
 {
-    DocumentRead result;
-    result.state = state;
-    result.reason = reason;
-    return result;
-}
-
-DocumentRead failed_call()
-{
-    return failed(errno == ENOENT ? ReadState::missing : ReadState::unreadable,
-                  std::strerror(errno));
+    int position = 0;
+    while (document.name != status_documents[position].name) {
+        ++position;
+    }
+    return static_cast<status_json_document>(position);
 }
 
 /// The parser's complaint, which stands on several lines, on one.
@@ -78,51 +66,16 @@ void parse(DocumentRead& result)
     result.state = ReadState::damaged;
 }
 
-DocumentRead read_open_file(int descriptor)
+std::string reason_of(int error)
 {
-    if (flock(descriptor, LOCK_SH | LOCK_NB) != 0) {
-        return errno == EWOULDBLOCK ? failed(ReadState::locked, "locked by another process")
-                                    : failed_call();
+    switch (error) {
+        case EINVAL:
+            return "not a regular file";
+        case EFBIG:
+            return "larger than 16 MiB";
+        default:
+            return std::strerror(error);
     }
-    // Under the lock, so that the size is that of the text to come.
-    struct stat status = {};
-    if (fstat(descriptor, &status) != 0) {
-        return failed_call();
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return failed(ReadState::unreadable, "not a regular file");
-    }
-    if (status.st_size > largest_document) {
-        return failed(ReadState::unreadable, "larger than 16 MiB");
-    }
-    DocumentRead result;
-    result.written = status.st_mtime;
-    // One byte more than there is: a read that fills it met a file that has grown.
-    result.text.resize(static_cast<std::size_t>(status.st_size) + 1);
-    const ssize_t count = read(descriptor, result.text.data(), result.text.size());
-    if (count < 0) {
-        return failed_call();
-    }
-    result.text.resize(static_cast<std::size_t>(count));
-    parse(result);
-    return result;
-}
-
-DocumentRead read_once(const char* path)
-{
-    // Without blocking: what stands there may be a pipe.
-    const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) {
-        return failed_call();
-    }
-    DocumentRead result = read_open_file(descriptor);
-    close(descriptor);  // and so unlock
-    return result;
-}
-
-bool passes(ReadState state)
-{
-    return state == ReadState::locked || state == ReadState::empty || state == ReadState::damaged;
 }
 
 }  // namespace
@@ -147,16 +100,27 @@ std::size_t document_named(std::string_view name)
     throw InputError("there is no document " + printable(name) + "; there are" + document_names());
 }
 
-DocumentRead read_document_safely(const char* path, std::chrono::milliseconds patience)
+DocumentRead read_document_safely(const StatusDocument& document,
+                                  std::chrono::milliseconds patience)
 {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    for (;;) {
-        DocumentRead result = read_once(path);
-        if (!passes(result.state) || std::chrono::steady_clock::now() >= deadline) {
-            return result;
-        }
-        std::this_thread::sleep_for(pause_between_reads);
+    DocumentRead result;
+    std::size_t length = 0;
+    status_json_state state = STATUS_JSON_WHOLE;
+    const std::unique_ptr<char, decltype(&std::free)> text(
+        status_json_examine(position_of(document), static_cast<int>(patience.count()), &length,
+                            &state),
+        std::free);
+    if (text == nullptr) {
+        result.state = errno == ENOENT ? ReadState::missing : ReadState::unreadable;
+        result.reason = reason_of(errno);
+    } else if (state == STATUS_JSON_LOCKED) {
+        result.state = ReadState::locked;
+        result.reason = "locked by another process";
+    } else {
+        result.text.assign(text.get(), length);
+        parse(result);
     }
+    return result;
 }
 
 }  // namespace statusctl

@@ -1,10 +1,8 @@
-/// The documents by the names that a user of the tool gives them, and how they are read while the
-/// service rewrites them.
+/// The documents by the names that a user of the tool gives them, and what they hold, parsed.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
-#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -32,16 +30,13 @@ enum class ReadState {
 
 struct DocumentRead {
     ReadState state = ReadState::good;
-    Json::Value root;         // of a good document
-    std::string text;         // what the file holds, as far as it could be read
-    std::string reason;       // why the document isn't good, in a few words on one line
-    std::time_t written = 0;  // when the file was last written, where it could be read
+    Json::Value root;    // of a good document
+    std::string text;    // what the file holds, as far as it could be read
+    std::string reason;  // why the document isn't good, in a few words on one line
 };
 
-/// Reads the document under a shared lock. The service empties a document before it takes its
-/// own lock and fills it, so a text that is empty, partial or locked passes: the read is
-/// repeated, with short pauses, until it finds a good document or `patience` has passed.
-DocumentRead read_document_safely(const char* path,
+/// Reads one of `status_documents`. Waits up to `patience` until nobody rewrites or locks it.
+DocumentRead read_document_safely(const StatusDocument& document,
                                   std::chrono::milliseconds patience = std::chrono::seconds(1));
 
 }  // namespace statusctl

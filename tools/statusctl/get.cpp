@@ -55,7 +55,7 @@ const Json::Value* value_at(const Json::Value& root, const std::vector<std::stri
 /// Reads into `root`; where that fails, says why on standard error and gives false.
 bool read_into(const StatusDocument& document, Json::Value& root)
 {
-    const DocumentRead result = read_document_safely(document.path);
+    const DocumentRead result = read_document_safely(document);
     if (result.state != ReadState::good) {
         std::cerr << "statusctl: " << document.path << ": " << printable(result.reason) << '\n';
         return false;

@@ -9,10 +9,6 @@
 ///     power_status "1"
 ///     raw 06000000 00000000
 ///     wait 500ms
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -22,6 +18,7 @@
 #include <iterator>
 #include <thread>
 
+#include "client/client.h"
 #include "core/paths.h"
 #include "tools/statusctl/compose_datagram.h"
 #include "tools/statusctl/message_types.h"
@@ -124,9 +121,7 @@ std::vector<Step> steps_of(const Arguments& arguments)
 
 // --- sending it ---
 
-/// How long a message is tried again while the service's receive queue is full.
-constexpr std::chrono::seconds full_queue_patience(2);
-constexpr milliseconds full_queue_pause(5);
+constexpr int full_queue_patience_ms = 2000;
 
 std::string reason_of(int error)
 {
@@ -141,27 +136,18 @@ std::string reason_of(int error)
     }
 }
 
-/// Sends one datagram; where that fails, says why on standard error and gives false. The socket
-/// isn't connected, as a connection would end with the service's restart.
-bool send_datagram(int socket_descriptor, const std::string& datagram)
+/// Sends one datagram; where that fails, says why on standard error and gives false.
+bool send_datagram(const std::string& datagram)
 {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, message_socket_path, sizeof address.sun_path - 1);
-    const auto deadline = std::chrono::steady_clock::now() + full_queue_patience;
-    while (sendto(socket_descriptor, datagram.data(), datagram.size(), MSG_DONTWAIT,
-                  reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
-        if (errno != EAGAIN || std::chrono::steady_clock::now() >= deadline) {
-            std::cerr << "statusctl: can't send to " << message_socket_path << ": "
-                      << reason_of(errno) << '\n';
-            return false;
-        }
-        std::this_thread::sleep_for(full_queue_pause);
+    if (status_json_send_datagram(datagram.data(), datagram.size(), full_queue_patience_ms) == 0) {
+        return true;
     }
-    return true;
+    std::cerr << "statusctl: can't send to " << message_socket_path << ": " << reason_of(errno)
+              << '\n';
+    return false;
 }
 
-bool play(int socket_descriptor, const Step& step, bool echo)
+bool play(const Step& step, bool echo)
 {
     switch (step.kind) {
         case Step::Kind::heading:
@@ -177,7 +163,7 @@ bool play(int socket_descriptor, const Step& step, bool echo)
         std::cout << styled(Style::faint, clock_text(std::chrono::system_clock::now()))
                   << "  send  " << printable(step.text) << std::endl;
     }
-    return send_datagram(socket_descriptor, step.datagram);
+    return send_datagram(step.datagram);
 }
 
 // --- the command ---
@@ -209,15 +195,9 @@ int run_send(const Arguments& arguments)
         return 0;
     }
     const std::vector<Step> steps = steps_of(arguments);
-    const int socket_descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (socket_descriptor < 0) {
-        std::cerr << "statusctl: no socket: " << std::strerror(errno) << '\n';
-        return 1;
-    }
-    const bool all_sent = std::all_of(steps.begin(), steps.end(), [&](const Step& step) {
-        return play(socket_descriptor, step, arguments.has("echo"));
-    });
-    close(socket_descriptor);
+    const bool echo = arguments.has("echo");
+    const bool all_sent = std::all_of(steps.begin(), steps.end(),
+                                      [echo](const Step& step) { return play(step, echo); });
     return all_sent ? 0 : 1;
 }
 

@@ -4,15 +4,19 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <map>
+#include <memory>
+#include <system_error>
 #include <utility>
 
+#include "client/client.h"
 #include "tools/statusctl/documents.h"
-#include "tools/statusctl/events.h"
 #include "tools/statusctl/printable.h"
 #include "tools/statusctl/statusctl.h"
 
@@ -21,6 +25,10 @@ namespace statusctl {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+/// A bit for each of `status_documents`.
+using DocumentSet = std::bitset<std::size(status_documents)>;
+using Watch = std::unique_ptr<status_json_watch, decltype(&status_json_watch_close)>;
 
 // --- what has changed ---
 
@@ -167,7 +175,7 @@ struct Known {
 /// Reads the document anew and prints what is new about it; true where anything is.
 bool refresh(const StatusDocument& document, Known& known, const Options& options)
 {
-    DocumentRead result = read_document_safely(document.path);
+    DocumentRead result = read_document_safely(document);
     const Printer printer = {document, options.json};
     const bool has_new_problem = known.problem != result.reason && !result.reason.empty();
     known.problem = result.reason;
@@ -239,11 +247,10 @@ int milliseconds_until(Clock::time_point deadline)
 }
 
 /// Waits for something to come in; false where it is time to end.
-bool wait_for_hints(const Subscription& subscription, int end_signals, int timeout_ms)
+bool wait_for_hints(const Watch& watch, int end_signals, int timeout_ms)
 {
-    std::array<pollfd, 3> descriptors = {{{end_signals, POLLIN, 0},
-                                          {subscription.changes, POLLIN, 0},
-                                          {subscription.events, POLLIN, 0}}};
+    std::array<pollfd, 2> descriptors = {
+        {{end_signals, POLLIN, 0}, {status_json_watch_fd(watch.get()), POLLIN, 0}}};
     return poll(descriptors.data(), descriptors.size(), timeout_ms) > 0 &&
            descriptors[0].revents == 0;
 }
@@ -254,11 +261,14 @@ int run_watch(const Arguments& arguments)
     const auto deadline = Clock::now() + options.limit;
     const int end_signals = open_end_signals();
     // Before the first read, so that no change falls between the two.
-    const Subscription subscription = subscribe();
-
+    const Watch watch(status_json_watch_open(), status_json_watch_close);
+    if (watch == nullptr) {
+        throw std::system_error(errno, std::generic_category(), "can't watch the documents");
+    }
     std::array<Known, std::size(status_documents)> known;
     std::size_t count = 0;
-    for (DocumentSet due = options.documents;; due = options.documents & take_hints(subscription)) {
+    for (DocumentSet due = options.documents;;
+         due = options.documents & DocumentSet(status_json_watch_take(watch.get()))) {
         for (std::size_t i = 0; i < known.size(); ++i) {
             if (due[i] && refresh(status_documents[i], known[i], options) &&
                 ++count == options.count) {
@@ -266,7 +276,7 @@ int run_watch(const Arguments& arguments)
             }
         }
         const int timeout = options.limit.count() > 0 ? milliseconds_until(deadline) : -1;
-        if (!wait_for_hints(subscription, end_signals, timeout)) {
+        if (!wait_for_hints(watch, end_signals, timeout)) {
             return 0;
         }
     }
