@@ -22,7 +22,7 @@ static int send_within(int descriptor, const void* datagram, size_t size, int pa
     const long long deadline = status_json_now_ms() + patience_ms;
 
     for (int left_ms = patience_ms;;) {
-        const struct timeval limit = {left_ms / 1000, left_ms % 1000 * 1000};
+        const struct timeval limit = {left_ms / 1000, left_ms % 1000 * 1000L};
         if (left_ms > 0 &&
             setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == -1) {
             return -1;

@@ -25,6 +25,7 @@
 
 #include <json/reader.h>
 
+#include "client/client.h"
 #include "store/documents.h"
 #include "tools/statusctl/compose_datagram.h"
 #include "tools/statusctl/message_types.h"
@@ -352,12 +353,8 @@ std::string ServiceTest::take_standard_error()
 
 void ServiceTest::send(const std::string& datagram)
 {
-    const sockaddr_un address = socket_address();
-    const int descriptor = socket(AF_UNIX, SOCK_DGRAM, 0);
-    const ssize_t sent = sendto(descriptor, datagram.data(), datagram.size(), 0,
-                                reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    close(descriptor);
-    ASSERT_EQ(sent, static_cast<ssize_t>(datagram.size())) << std::strerror(errno);
+    ASSERT_EQ(status_json_send_datagram(datagram.data(), datagram.size(), 60000), 0)
+        << std::strerror(errno);
 }
 
 void ServiceTest::send_text(std::uint32_t type, const std::string& text)

@@ -1,18 +1,13 @@
 #include "tests/tool.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <filesystem>
-
-#include "store/documents.h"
 
 Tool::Tool(std::vector<std::string> words, const std::string& input, const Action& prepare)
 {
@@ -60,25 +55,6 @@ int Tool::end() const
 {
     kill(pid, SIGTERM);
     return wait();
-}
-
-void Tool::pause() const
-{
-    const auto is_locked = [](const StatusDocument& document) {
-        const int descriptor = open(document.path, O_RDONLY | O_CLOEXEC);
-        const bool locked = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-        close(descriptor);
-        return locked;
-    };
-    wait_until("statusctl without a lock", [&] {
-        kill(pid, SIGSTOP);
-        waitpid(pid, nullptr, WUNTRACED);
-        if (std::none_of(std::begin(status_documents), std::end(status_documents), is_locked)) {
-            return true;
-        }
-        kill(pid, SIGCONT);
-        return false;
-    });
 }
 
 std::string Tool::text_of(int stream) const

@@ -21,8 +21,6 @@ public:
     int wait() const;
     /// Asks it to end; gives its exit status.
     int end() const;
-    /// Stops it, until SIGCONT, where it keeps no document locked: the service would wait for it.
-    void pause() const;
     /// What it has written so far to standard output, and to standard error.
     std::string output() const { return text_of(1); }
     std::string complaint() const { return text_of(2); }
