@@ -13,6 +13,9 @@
 
 static const off_t largest_document = 16 << 20; /* bytes */
 
+/* A service that starts removes a document a moment before it makes it anew. */
+enum { LONGEST_ABSENCE_MS = 100 };
+
 /*
  * Whether the text is one JSON object or array, closed at its end. The beginning of one never is,
  * and a beginning is all that a rewrite which is under way, or was cut short, leaves to be read.
@@ -104,7 +107,7 @@ char* status_json_examine(enum status_json_document document, int patience_ms, s
 {
     static const struct timespec pause = {0, 1000000};
     const char* const path = status_json_path(document);
-    const long long deadline = status_json_now_ms() + patience_ms;
+    const long long start = status_json_now_ms();
     size_t unasked;
 
     if (path == NULL) {
@@ -113,7 +116,10 @@ char* status_json_examine(enum status_json_document document, int patience_ms, s
     }
     for (;;) {
         char* const text = read_once(path, length != NULL ? length : &unasked, state);
-        if (text == NULL || *state == STATUS_JSON_WHOLE || status_json_now_ms() >= deadline) {
+        const long long waited_ms = status_json_now_ms() - start;
+        const bool passes = text != NULL ? *state != STATUS_JSON_WHOLE
+                                         : errno == ENOENT && waited_ms < LONGEST_ABSENCE_MS;
+        if (!passes || waited_ms >= patience_ms) {
             return text;
         }
         free(text);

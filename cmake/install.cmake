@@ -1,5 +1,5 @@
-# What goes where, in three components that packages are made of: the service, its tool, and
-# what programs need that speak with it.
+# What goes where, in the components that packages are made of: the service, its tool, the library
+# of the programs that speak with it, and what they are built with.
 set(own_data_dir ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME})
 
 # sbin: nobody calls the service by hand, the system starts it.
@@ -13,17 +13,25 @@ if(BUILD_TOOLS)
     install(TARGETS statusctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
 
-install(FILES core/messages.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}
-        COMPONENT development)
-configure_file(packaging/${PROJECT_NAME}.pc.in ${PROJECT_NAME}.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/${PROJECT_NAME}.pc DESTINATION ${CMAKE_INSTALL_DATADIR}/pkgconfig
-        COMPONENT development)
+install(TARGETS statusjson_shared LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        COMPONENT library NAMELINK_COMPONENT development)
+install(TARGETS statusjson ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+install(FILES core/messages.h client/client.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME} COMPONENT development)
+foreach(module_and_folder ${PROJECT_NAME}:DATADIR statusjson:LIBDIR)
+    string(REPLACE ":" ";" module_and_folder ${module_and_folder})
+    list(GET module_and_folder 0 module)
+    list(GET module_and_folder 1 folder)
+    configure_file(packaging/${module}.pc.in ${module}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${module}.pc
+            DESTINATION ${CMAKE_INSTALL_${folder}}/pkgconfig COMPONENT development)
+endforeach()
 file(GLOB schemas schemas/*.json)
 install(FILES ${schemas} DESTINATION ${own_data_dir}/schemas COMPONENT development)
 
-# A manual belongs to the component of what it describes: section 1 has the tool, section 5 the
-# formats, section 8 the service.
-foreach(section_and_component 1:tools 5:development 8:service)
+# A manual belongs to the component of what it describes: section 1 has the tool, section 3 the
+# library, section 5 the formats, section 8 the service.
+foreach(section_and_component 1:tools 3:development 5:development 8:service)
     string(REPLACE ":" ";" section_and_component ${section_and_component})
     list(GET section_and_component 0 section)
     list(GET section_and_component 1 component)

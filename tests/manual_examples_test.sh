@@ -8,15 +8,21 @@ cd "$(mktemp -d)"
 pages=$sources/man/status_json_documents.5
 
 # An example stands between the comment with its file name and the end of its block.
-for name in read.c read.py read.sh send.c send.py send.sh; do
+for name in read.c read.cpp read.py read.sh send.c send.py send.sh; do
     sed -n "/^\.\\\\\" example: $name\$/,/^\.Ed/p" "$pages" | sed '1,2d;$d;s/\\e/\\/g' >$name
     test -s $name
 done
 mkdir include
-ln -s "$sources/core" include/status_json_service
+ln -s "$sources/core/messages.h" "$sources/client/client.h" include
+mv include status_json_service
+export LD_LIBRARY_PATH="$2/../lib"
+flags="-Wall -Wextra -Werror -I. -L$LD_LIBRARY_PATH"
+# shellcheck disable=SC2086  # a list of words
 for name in read send; do
-    ${CC:-cc} -Wall -Wextra -Werror -Iinclude -o $name $name.c
+    ${CC:-cc} -std=c11 $flags -o $name $name.c -lstatusjson
 done
+# shellcheck disable=SC2046,SC2086
+${CXX:-c++} -std=c++17 $flags -o read_cpp read.cpp -lstatusjson $(pkg-config --cflags --libs jsoncpp)
 
 fail() {
     echo "$1" >&2
@@ -38,33 +44,46 @@ is() {
     [ "$(statusctl get "$1" "$2")" = "$3" ]
 }
 
-# Readers take what is there, and then what the event announces. Those in C and Python may start
-# before the service does.
-./read >c.out 2>c.err &
-started=$!
-python3 read.py >py.out 2>py.err &
-started="$started $!"
+# Readers take what is there, and then each change, that of a start included.
 status_json_service 2>service.err &
-started="$started $!"
-trap 'kill $started' EXIT
-expect grep -q PoE c.out
-expect grep -q PoE py.out
-sh read.sh >sh.out 2>sh.err &
-started="$started $!"
-expect grep -q PoE sh.out
-cp /var/run/status/power.json c.expected
+service=$!
+expect statusctl get power
+for reader in ./read ./read_cpp "python3 read.py" "sh read.sh"; do
+    number=$((${number:-0} + 1))
+    $reader >$number.out 2>$number.err &
+    started="${started:-} $!"
+done
+trap 'kill $started $service' EXIT
+for reader in 1 2 3 4; do
+    expect grep -q PoE $reader.out
+done
+cp /var/run/status/power.json 1.expected
 
 ./send
 python3 send.py
 sh send.sh
 expect is inputs 'inputs[1].video.signal_type' DP
 expect is usb-host 'usb_c[1].connected' true
+cat /var/run/status/power.json >>1.expected
+for reader in 1 2 3 4; do
+    expect grep -q Adapter $reader.out
+done
+kill $service
+status_json_service 2>>service.err &
+service=$!
+expect is power power.power_source PoE
+cat /var/run/status/power.json >>1.expected
 
-# Each reader has printed each state whole and once; the one in shell repeats it for each member.
-cat /var/run/status/power.json >>c.expected
-printf '%s\n' PoE Adapter >py.expected
-printf 'Source: %s\n' PoE Adapter >sh.expected
-expect diff c.expected c.out
-expect diff py.expected py.out
-expect sh -c 'uniq sh.out | diff sh.expected -'
+# Each reader has printed each state whole, some of them twice.
+printf '%s\n' PoE Adapter PoE >2.expected
+cp 2.expected 3.expected
+printf 'Source: %s\n' PoE Adapter PoE >4.expected
+for reader in 2 3 4; do
+    expect sh -c "uniq $reader.out | diff $reader.expected -"
+done
+# of lines that stand together
+expect python3 -c '
+import itertools, re
+states = re.findall(r"(?s)\{.*?\n\}\n", open("1.out").read())
+assert "".join(state for state, _ in itertools.groupby(states)) == open("1.expected").read()'
 [ ! -s service.err ] || fail "the service complains"
