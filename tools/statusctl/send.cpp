@@ -15,7 +15,6 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <thread>
 
 #include "client/client.h"
@@ -87,13 +86,9 @@ std::vector<Step> steps_of_scenario(const std::string& path)
         file.open(path);
     }
     std::istream& stream = path == "-" ? std::cin : file;
-    std::istringstream lines(std::string{std::istreambuf_iterator<char>(stream), {}});
-    if (!stream) {
-        throw InputError("can't read " + printable(path) + ": " + std::strerror(errno));
-    }
     std::vector<Step> steps;
     std::size_t number = 0;
-    for (std::string text; std::getline(lines, text);) {
+    for (std::string text; std::getline(stream, text);) {
         const std::string line(trimmed(text));
         ++number;
         try {
@@ -103,6 +98,9 @@ std::vector<Step> steps_of_scenario(const std::string& path)
         } catch (const InputError& error) {
             throw InputError("line " + std::to_string(number) + ": " + error.what());
         }
+    }
+    if (!stream.eof()) {
+        throw InputError("can't read " + printable(path) + ": " + std::strerror(errno));
     }
     return steps;
 }
@@ -161,9 +159,15 @@ bool play(const Step& step, bool echo)
     }
     if (echo) {
         std::cout << styled(Style::faint, clock_text(std::chrono::system_clock::now()))
-                  << "  send  " << printable(step.text) << std::endl;
+                  << "  send  " << folded(printable(step.text), 80, 20) << std::endl;
     }
-    return send_datagram(step.datagram);
+    if (!send_datagram(step.datagram)) {
+        return false;
+    }
+    for (const std::string& doubt : doubts_about(step.datagram)) {
+        std::cerr << "statusctl: warning: " << doubt << '\n';
+    }
+    return true;
 }
 
 // --- the command ---
@@ -181,8 +185,8 @@ void require_options_that_go_together(const Arguments& arguments)
     if (arguments.has("echo") && !arguments.has("file")) {
         throw InputError("--echo requires --file");
     }
-    if (!given.empty() && !arguments.words.empty()) {
-        throw InputError("a message in words goes with no option");
+    if (!given.empty() && arguments.words.size() > (given == "--list" ? 1 : 0)) {
+        throw InputError("a message in words does not go with " + given);
     }
 }
 
@@ -191,7 +195,10 @@ int run_send(const Arguments& arguments)
 {
     require_options_that_go_together(arguments);
     if (arguments.has("list")) {
-        std::cout << list_of_messages();
+        std::cout << list_of_messages(
+            arguments.words.empty()
+                ? message_kinds()
+                : Rows<MessageKind>(&message_kind_named(arguments.words[0]), 1));
         return 0;
     }
     const std::vector<Step> steps = steps_of(arguments);
@@ -213,8 +220,8 @@ constexpr option options[] = {help_option,
 const Command send_command = {"send",
                               "Send messages to the service, or list what can be sent",
                               R"(statusctl send TYPE [FIELD=VALUE...|ITEM...]
-       statusctl send --list | --raw HEX | --file SCENARIO [--echo]
-  --list     Show types, fields and words
+       statusctl send --list [TYPE] | --raw HEX | --file SCENARIO [--echo]
+  --list     Show the types, or this one, with fields and words
   --raw      Send a datagram of these bytes, in hexadecimal digits
   --file     Play the lines of a scenario; - is standard input
   --echo     Show each line of the scenario as it is sent
