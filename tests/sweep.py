@@ -110,7 +110,7 @@ class Sweep:
         # No message has type 0; once its line is in the log, the message before it is done.
         for number, text in ((self.messages[message].number, payload), (0, b"")):
             self.socket.sendto(struct.pack("=II", number, len(text)) + text, "/tmp/json_app.sock")
-        while b"Unknown message type" not in self.service.stderr.readline():
+        while b"Unknown message type 0 " not in self.service.stderr.readline():
             pass
         self.look(message)
 
