@@ -189,8 +189,7 @@ void check_document(const StatusDocument& document, bool can_be_written)
             break;
         case ReadState::empty:
         case ReadState::damaged:
-            say_problem(file_name(document),
-                        printable(result.reason) + ", " + age_text(document),
+            say_problem(file_name(document), printable(result.reason) + ", " + age_text(document),
                         first +
                             "stop the service, statusctl check --repair, start it again, and have "
                             "all reported anew");
