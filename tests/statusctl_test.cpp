@@ -259,6 +259,9 @@ send --list --raw 00 | --list excludes --raw
 send --file=- --list | --list excludes --file
 send --raw 00 --file - | --raw excludes --file
 send --echo --raw 00 | --echo requires --file
+send --show --list | --list excludes --show
+send --show --file - | --file excludes --show
+send --show | there is no message; send --list shows the types
 send --raw | --raw needs a value
 send --raw 00 --raw 00 | --raw is given twice
 send --file /^[ | can't read /\u001b: No such file or directory
@@ -416,6 +419,48 @@ TEST_F(Statusctl, WatchEndsWhereItCanNotWatch)
     });
     EXPECT_EQ(watch.wait(), 1);
     EXPECT_EQ(watch.complaint(), "statusctl: can't watch the documents: Too many open files\n");
+}
+
+TEST_F(Statusctl, SendShowsWhatBecomesOfAMessage)
+{
+    start();
+    int value = 0;
+    wait_until("a change within a second", [&value] {
+        const std::string current = std::to_string(++value);
+        const Tool tool({"send", "--show", "power_v_value", current});
+        EXPECT_EQ(tool.wait(), 0);
+        return tool.output().find(" -> " + current + "\n") != std::string::npos &&
+               tool.output().find("nothing changed") == std::string::npos;
+    });
+    const std::string nothing = "nothing changed within a second: ";
+    const std::string down =
+        ".video.connected is false, and while a link is down, reports about its input are "
+        "dropped\n";
+    const std::string unknown =
+        nothing + "it is what the documents say already, or the service's log has the reason\n";
+    for (const char* port : {"0", "1"}) {
+        send_line("link_status isConnect=0 port=" + std::string(port));
+    }
+    settle();
+    send_line("link_status isConnect=1");
+    settle();
+    write_document("outputs.json", "[");  // which is told, and is no change
+    const std::pair<Words, std::string> rows[] = {
+        {{"send", "--show", "video_start_working", "1"}, nothing + "inputs[1]" + down},
+        {{"send", "--show", "video_status", "port=1"}, nothing + "inputs[1]" + down},
+        {{"send", "--show", "audio_status"}, unknown},
+        {{"send", "--show", "--raw", "0800000000000000"}, unknown}};
+    std::list<Tool> tools;
+    for (const auto& row : rows) {
+        tools.emplace_back(row.first);
+    }
+    auto tool = tools.begin();
+    for (const auto& row : rows) {
+        EXPECT_EQ(tool->wait(), 0);
+        const std::string output = tool++->output();
+        EXPECT_NE(output.find("outputs   can't be read"), std::string::npos);
+        EXPECT_EQ(output.substr(output.find('\n') + 1), row.second);
+    }
 }
 
 /// A line of `watch` about power.json without its time.

@@ -1,5 +1,4 @@
 /// `statusctl check`: is all well with a running device's documents and with the service?
-#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -11,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
@@ -23,9 +21,9 @@
 #include <vector>
 
 #include "core/paths.h"
-#include "store/store.h"
 #include "tools/statusctl/documents.h"
 #include "tools/statusctl/printable.h"
+#include "tools/statusctl/repair.h"
 #include "tools/statusctl/schema_check.h"
 #include "tools/statusctl/statusctl.h"
 #include "tools/statusctl/system_state.h"
@@ -33,8 +31,6 @@
 namespace statusctl {
 
 namespace {
-
-constexpr const char* service_name = "status_json_service";
 
 /// The service takes a lock and a netlink port for a moment only: what is still there after
 /// this long is held by something else.
@@ -318,68 +314,6 @@ void check_service()
     for (const pid_t service : services) {
         say_well(service_name, process_text(service));
         check_event_port(service);
-    }
-}
-
-// --- repair ---
-
-// Before a start, documents that do not parse are removed, so that the service seeds them, and
-// nothing else. Nothing is removed while a service is seen to run, and no document that somebody
-// has open to write: a service that /proc hides may have emptied it to fill it. A lease tells; if
-// the file system has no leases, the document is kept. If a hidden service opens a damaged document
-// within the microseconds of its removal, it writes one without a name; its next report makes it.
-
-/// Nothing is waited for: who writes is told by the lease.
-constexpr std::chrono::milliseconds at_once(0);
-
-/// Why a document is beyond repair; empty where the service itself can still read it.
-std::string damage(const StatusDocument& document)
-{
-    const DocumentRead result = read_document_safely(document, at_once);
-    const bool is_bad = result.state == ReadState::empty || result.state == ReadState::damaged;
-    return is_bad && read_document(document.path).isNull() ? printable(result.reason) : "";
-}
-
-/// The document can't be open to write, and whoever opens it so waits meanwhile.
-void repair_under_lease(const StatusDocument& document)
-{
-    const std::string reason = damage(document);
-    if (reason.empty()) {
-        return;
-    }
-    if (unlink(document.path) == 0) {
-        std::cout << "removed " << document.path << ": " << reason << '\n';
-    } else {
-        std::cout << "can't remove " << document.path << ": " << std::strerror(errno) << '\n';
-    }
-}
-
-/// Not every service that runs can be seen. What one is about to fill it has open, and then no
-/// lease on it is given.
-void repair_document(const StatusDocument& document)
-{
-    if (damage(document).empty()) {
-        return;
-    }
-    const int descriptor = open(document.path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fcntl(descriptor, F_SETLEASE, F_RDLCK) == 0) {
-        repair_under_lease(document);
-    } else {
-        std::cout << "kept " << document.path << ": "
-                  << (errno == EAGAIN ? "being written" : std::strerror(errno)) << '\n';
-    }
-    close(descriptor);
-}
-
-void repair()
-{
-    std::signal(SIGIO, SIG_IGN);  // by which the kernel tells that somebody waits for a lease
-    if (!processes_named(service_name).empty()) {
-        std::cout << "the service is running: nothing is removed\n";
-        return;
-    }
-    for (const StatusDocument& document : status_documents) {
-        repair_document(document);
     }
 }
 

@@ -18,11 +18,14 @@
 #include <thread>
 
 #include "client/client.h"
+#include "core/messages.h"
 #include "core/paths.h"
 #include "tools/statusctl/compose_datagram.h"
+#include "tools/statusctl/documents.h"
 #include "tools/statusctl/message_types.h"
 #include "tools/statusctl/printable.h"
 #include "tools/statusctl/statusctl.h"
+#include "tools/statusctl/watch.h"
 
 namespace statusctl {
 
@@ -170,6 +173,49 @@ bool play(const Step& step, bool echo)
     return true;
 }
 
+// --- what becomes of it ---
+
+/// Why a message has changed nothing, as far as the documents tell.
+std::string likely_reason(std::string_view datagram)
+{
+    constexpr std::uint32_t about_an_input[] = {
+        MSG_TYPE_VIDEO_STATUS, MSG_TYPE_HDCP_STATUS,     MSG_TYPE_VIDEO_TIMING,
+        MSG_TYPE_AUDIO_STATUS, MSG_TYPE_HDMI_VIDEO_MODE, MSG_TYPE_VIDEO_START_WORKING};
+    MessageHeader header = {};
+    if (datagram.size() > sizeof header) {
+        std::memcpy(&header, datagram.data(), sizeof header);
+        const char port = datagram[sizeof header];
+        const char* const input = port == 1 || port == '1' ? "inputs[1]" : "inputs[0]";
+        const Json::Value video = Json::Path(std::string(input) + ".video")
+                                      .resolve(read_document_safely(inputs_document).root);
+        // A link that has not been reported yet is false as well, but then reports are taken.
+        const bool is_down =
+            video.isObject() && video["connected"] == false && video["signal_present"] == false;
+        if (is_down &&
+            std::count(std::begin(about_an_input), std::end(about_an_input), header.type) > 0) {
+            return std::string(input) +
+                   ".video.connected is false, and while a link is down, "
+                   "reports about its input are dropped";
+        }
+    }
+    return "it is what the documents say already, or the service's log has the reason";
+}
+
+/// Sends a message and shows for a second what the documents make of it.
+bool show(const Step& step)
+{
+    WatchOptions options;
+    options.documents.set();
+    options.changes_only = true;
+    options.limit = std::chrono::seconds(1);
+    bool is_sent = false;
+    const auto send = [&] { return is_sent = play(step, false); };
+    if (watch_documents(options, send) == 0 && is_sent) {
+        std::cout << "nothing changed within a second: " << likely_reason(step.datagram) << '\n';
+    }
+    return is_sent;
+}
+
 // --- the command ---
 
 void require_options_that_go_together(const Arguments& arguments)
@@ -184,6 +230,9 @@ void require_options_that_go_together(const Arguments& arguments)
     }
     if (arguments.has("echo") && !arguments.has("file")) {
         throw InputError("--echo requires --file");
+    }
+    if (arguments.has("show") && (arguments.has("file") || arguments.has("list"))) {
+        throw InputError(given + " excludes --show");
     }
     if (!given.empty() && arguments.words.size() > (given == "--list" ? 1 : 0)) {
         throw InputError("a message in words does not go with " + given);
@@ -202,6 +251,9 @@ int run_send(const Arguments& arguments)
         return 0;
     }
     const std::vector<Step> steps = steps_of(arguments);
+    if (arguments.has("show")) {
+        return show(steps.front()) ? 0 : 1;
+    }
     const bool echo = arguments.has("echo");
     const bool all_sent = std::all_of(steps.begin(), steps.end(),
                                       [echo](const Step& step) { return play(step, echo); });
@@ -213,18 +265,20 @@ constexpr option options[] = {help_option,
                               {"raw", required_argument, nullptr, 0},
                               {"file", required_argument, nullptr, 0},
                               {"echo", no_argument, nullptr, 0},
+                              {"show", no_argument, nullptr, 0},
                               {}};
 
 }  // namespace
 
 const Command send_command = {"send",
                               "Send messages to the service, or list what can be sent",
-                              R"(statusctl send TYPE [FIELD=VALUE...|ITEM...]
-       statusctl send --list [TYPE] | --raw HEX | --file SCENARIO [--echo]
+                              R"(statusctl send [--show] TYPE [FIELD=VALUE...|ITEM...]
+       statusctl send --list [TYPE] | [--show] --raw HEX | --file SCENARIO [--echo]
   --list     Show the types, or this one, with fields and words
   --raw      Send a datagram of these bytes, in hexadecimal digits
   --file     Play the lines of a scenario; - is standard input
   --echo     Show each line of the scenario as it is sent
+  --show     Show what changes in the second after it, or why probably nothing does
 
 A message is TYPE FIELD=VALUE... for a record and TYPE ITEM... for a text; numbers
 that mean something can be given as words:
