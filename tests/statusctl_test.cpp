@@ -211,6 +211,7 @@ TEST_F(Statusctl, WarnsOfWhatTheServiceWillNotUnderstandAndSendsIt)
     }
     const std::string most = "0600000000000000" + std::string(std::size_t{2} * (1023 - 8), '0');
     expect_results({{{"send", "--raw", most}, 0, ""}});
+    expect_results({{{"send", "typec_info"}, 0, ""}});  // no word for 0, which is not given
     const Tool tool({"send", "--raw", most + "00"});
     EXPECT_EQ(tool.wait(), 0);
     EXPECT_EQ(tool.complaint(),
@@ -461,6 +462,10 @@ TEST_F(Statusctl, SendShowsWhatBecomesOfAMessage)
         EXPECT_NE(output.find("outputs   can't be read"), std::string::npos);
         EXPECT_EQ(output.substr(output.find('\n') + 1), row.second);
     }
+    std::filesystem::remove(message_socket_path);
+    const Tool unsent({"send", "--show", "ethernet_status"});
+    EXPECT_EQ(unsent.wait(), 1);
+    EXPECT_EQ(unsent.output().find("nothing"), std::string::npos);
 }
 
 /// A line of `watch` about power.json without its time.
@@ -517,7 +522,7 @@ std::string shown_on_terminal(const char* term, const char* no_color, const Acti
         const std::string tool = Tool::path();
         term != nullptr ? setenv("TERM", term, 1) : unsetenv("TERM");
         no_color != nullptr ? setenv("NO_COLOR", no_color, 1) : unsetenv("NO_COLOR");
-        execl(tool.c_str(), tool.c_str(), "watch", "power", "--count", "1", nullptr);
+        execl(tool.c_str(), tool.c_str(), "watch", "power", "--count", "1", "--for", "60", nullptr);
         _exit(127);
     }
     std::string text;
@@ -635,7 +640,8 @@ TEST_F(Statusctl, TextOfOthersCanNotActOnATerminal)
           u8"\U00010000\U0010FFFF"
           R"(\xff\xc0\xaf\xe0\x9f\xbf\xed\xa0\x80\xf0\x8f\xbf\xbf\xf4\x90\x80\x80\x80\xc3)"
           "\n"},
-         {{"get", "power", "1", "--json"}, 0, "\"\\u007f\\u00e9\"\n"}});
+         {{"get", "power", "1", "--json"}, 0, "\"\\u007f\\u00e9\"\n"},
+         {{"get", "power", "[x]"}, 1, "/var/run/status/power.json: no member [x]"}});
 }
 
 TEST_F(Statusctl, WaitsForWhatPassesAndTellsWhatDoesNot)
@@ -679,20 +685,25 @@ TEST_F(Statusctl, WaitsForWhatPassesAndTellsWhatDoesNot)
     close_socket();
     expect_results({{{"send", "ethernet_status"}, 1, not_there}});  // the file is left
 
-    write_document("ethernet.json", "[");
-    std::list<Tool> patient;
-    for (const char* document : {"inputs", "ethernet", "outputs"}) {
-        patient.emplace_back(Words{"get", document, "[0]"});
-    }
-    usleep(100000);  // or they come later, and have less to wait for
-    for (const char* name : {"inputs.json", "ethernet.json", "outputs.json"}) {
-        write_document(name, "[7]");
-    }
+    wait_until("documents that become good within the tool's patience", [locked] {
+        EXPECT_EQ(flock(locked, LOCK_EX), 0);
+        write_document("inputs.json", " \n");
+        write_document("ethernet.json", "[");
+        std::list<Tool> patient;
+        for (const char* document : {"inputs", "ethernet", "outputs"}) {
+            patient.emplace_back(Words{"get", document, "[0]"});
+        }
+        usleep(100000);  // or they come later, and have less to wait for
+        for (const char* name : {"inputs.json", "ethernet.json", "outputs.json"}) {
+            write_document(name, "[7]");
+        }
+        flock(locked, LOCK_UN);
+        const auto is_good = [](const Tool& tool) {
+            return tool.wait() == 0 && tool.output() == "7\n";
+        };
+        return std::count_if(patient.begin(), patient.end(), is_good) == 3;
+    });
     close(locked);
-    for (const Tool& tool : patient) {
-        EXPECT_EQ(tool.wait(), 0) << tool.complaint();
-        EXPECT_EQ(tool.output(), "7\n");
-    }
     std::filesystem::remove(power_document.path);
     expect_results({{{"get", "power"}, 1, path + "power.json: No such file or directory"}});
     EXPECT_EQ(Tool({"get"}).wait(), 1);
