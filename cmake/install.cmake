@@ -1,13 +1,26 @@
-# What goes where, in the components that packages are made of: the service, its tool, the library
-# of the programs that speak with it, and what they are built with.
+# What goes where, in components: the service, its tool, the library of the programs that speak with
+# it, what they are built with, and what starts the service where no package does that.
 set(own_data_dir ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME})
 
 # sbin: nobody calls the service by hand, the system starts it.
 install(TARGETS status_json_service RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR}
         COMPONENT service)
 # FULL, as this is /etc where the prefix is /usr, which is where the service looks.
+if(NOT CMAKE_INSTALL_FULL_SYSCONFDIR STREQUAL "/etc")
+    message(WARNING "Installed to ${CMAKE_INSTALL_FULL_SYSCONFDIR}, the service will not find its "
+                    "log configuration: it looks in /etc, so set CMAKE_INSTALL_PREFIX=/usr")
+endif()
 install(FILES etc/log4cpp/status_json_service.conf
         DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/log4cpp COMPONENT service)
+
+set(packaging ${PROJECT_SOURCE_DIR}/packaging/${PROJECT_NAME})
+install(FILES ${packaging}.service DESTINATION lib/systemd/system COMPONENT startup)
+foreach(kind sysusers tmpfiles)
+    install(FILES ${packaging}.${kind} DESTINATION lib/${kind}.d RENAME ${PROJECT_NAME}.conf
+            COMPONENT startup)
+endforeach()
+install(PROGRAMS ${packaging}.init DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/init.d
+        RENAME ${PROJECT_NAME} COMPONENT startup)
 
 if(BUILD_TOOLS)
     install(TARGETS statusctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)

@@ -370,7 +370,7 @@ void ServiceTest::send_line(const std::string& line)
     std::string text;
     if (words >> verb >> type; verb == "text") {
         std::getline(words.ignore(), text);
-        send_text(statusctl::find_message_kind(type)->type, text);
+        send_text(statusctl::message_kind_named(type).type, text);
     } else if (verb == "raw") {
         send(statusctl::bytes_from_hex(line.substr(verb.size())));
     } else if (verb == "1080p60") {

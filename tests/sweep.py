@@ -60,7 +60,7 @@ def fields_of(record):
 
 class Sweep:
     """`texts`: the parsed texts of each document; `changes`: the documents that each message has
-    changed. The log must go to standard error: its lines tell when a message is done."""
+    changed; `emptied`: the documents after all links went down. The log must go to standard error: its lines tell when a message is done."""
 
     def __init__(self, service, messages, documents, timing_path, ports_path):
         self.messages = {message.name: message for message in messages}
@@ -68,6 +68,7 @@ class Sweep:
         self.texts = collections.defaultdict(dict)
         self.changes = collections.defaultdict(set)
         self.last, self.is_lost = {}, False
+        self.emptied = {}
         shutil.copy(ROOT / "scenarios/timing_info", timing_path)
         self.service = subprocess.Popen([service], stderr=subprocess.PIPE)
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
@@ -88,6 +89,10 @@ class Sweep:
                     self.send_record(record, port=port)
                     self.send_record(self.messages["MSG_TYPE_LINK_STATUS"], port=port, isConnect=1)
                 self.sweep(message)
+            if not self.emptied:
+                for port in (1, 0):
+                    self.send_record(self.messages["MSG_TYPE_LINK_STATUS"], port=port, isConnect=0)
+                self.emptied = {name: json.loads(text) for name, text in self.last.items()}
         self.service.kill()
 
     def look(self, message):
@@ -105,7 +110,7 @@ class Sweep:
         # No message has type 0; once its line is in the log, the message before it is done.
         for number, text in ((self.messages[message].number, payload), (0, b"")):
             self.socket.sendto(struct.pack("=II", number, len(text)) + text, "/tmp/json_app.sock")
-        while b"Unknown message type" not in self.service.stderr.readline():
+        while b"Unknown message type 0 " not in self.service.stderr.readline():
             pass
         self.look(message)
 

@@ -171,7 +171,7 @@ def check_header():
                 if any(stated != str(code) for stated in re.findall(rf"(?i)(\d+) {short}\b(?!:)", comment)):
                     wrong(HEADER, position, f"{word} is {code}")
             codes = {int(code) for code in re.findall(r"(?:^|[,:] )(\d+) ", comment)} if record and texts else ()
-            if codes and "every other" not in comment:
+            if codes and "every other" not in comment and "yes" not in texts.values():
                 compare(HEADER, position, "codes", codes, texts)
 
 
@@ -192,7 +192,9 @@ def check_dependencies():
     # The unit and the init script call statusctl.
     named = ", ".join(re.findall(r"(?m)^(?:Pre-Depends|Depends|Recommends|Suggests): (.*)", control)).split(", ")
     compare("debian/control", "Depends: statusctl", "Depends", [name for name in named if name[0] != "$"],
-            ["statusctl (= ${binary:Version})"])
+            # The user is made by the one or the other; apt takes the first where neither is there.
+            ["systemd-standalone-sysusers | systemd", "statusctl (= ${binary:Version})",
+             "libstatusjson1 (= ${binary:Version})"])
 
 
 def check_layout():
@@ -204,6 +206,42 @@ def check_layout():
         for name in re.findall(r"`([\w.-]+\.(?:cpp|h|tsv))`", row[2]):
             if not any((ROOT / folder / name).exists() for folder in re.findall("`(.*?)`", row[1])):
                 wrong("README.md", row.start(), f"no file {name} there")
+
+
+def check_forgotten(emptied, seeded):
+    """What nothing else misses when a message or a member is added."""
+    steps = files("tests/transcripts/*.txt") + ["tests/service.cpp", "tests/transcripts_test.cpp"]
+    transcripts = "".join(map(source, steps))
+    for message in MESSAGES:
+        name = message.name.removeprefix("MSG_TYPE_").lower()
+        if not re.search(rf"\b{name}\b", transcripts):
+            wrong(HEADER, message.name, f"no step of tests/transcripts/ sends {name}")
+
+    def leaves(value, path=""):
+        if not isinstance(value, (dict, list)):
+            return {f"{path[1:]} {json.dumps(value)}"} if ".control." not in path else set()
+        rows = value.items() if isinstance(value, dict) else enumerate(value)
+        return set().union(*(leaves(part, f"{path}.{key}") for key, part in rows))
+    for path, left, seed in (
+            ("video/input_reset.cpp", emptied["inputs"]["inputs"][:2], seeded["inputs"]["inputs"][:2]),
+            ("usb_power/usb_c_entry.cpp", emptied["usb-host"]["usb_c"][:1], seeded["usb-host"]["usb_c"][:1])):
+        compare(path, 0, "after link down", leaves(left), leaves(seed))
+
+
+def check_installation():
+    """The manual of the service names all that is installed, and nothing else."""
+    path = "man/status_json_service.8"
+    named = re.findall(r"Pa (/(?:usr|etc)\S+)", source(path)[source(path).index(".Sh INSTALLATION"):])
+    root = Path("/tmp/root")
+    subprocess.run(["cmake", "--install", BIN.parent], env={**os.environ, "DESTDIR": str(root)},
+                   stdout=subprocess.DEVNULL, check=True)
+    for file in root.rglob("*"):
+        if file.is_file() and not any(file.match(f"{root}{name}") or f"/{file.relative_to(root)}".startswith(name)
+                                      for name in named):
+            wrong(path, ".Sh INSTALLATION", f"/{file.relative_to(root)} is installed as well")
+    for name in named:
+        if not any(root.glob(name[1:])) and name != "/etc/inittab":
+            wrong(path, ".Sh INSTALLATION", f"{name} is not installed")
 
 
 def check_benchmark():
@@ -259,7 +297,12 @@ def facts(inputs, usb_host, ethernet):
         (r"user's with mode (#)", f"{0o777 & ~umask:04o}"), (r"-m (#) limit", 644),
         (r"documents' mode\W+becomes (#)", f"{0o666 & ~group_umask:04o}"),
         (r"RuntimeDirectory=(\S+)", Path(PATHS["status_directory"]).name),
-        (r"LogsDirectory=(\S+)", Path(LOG_PATH).parent.name), (r"INSTALL_PREFIX=(\S+?)`", "/usr"),
+        (r"LogsDirectory=(\S+)", Path(LOG_PATH).parent.name),
+        (r"umask (\d+)", "022"),
+        (r"milliseconds; (#) is not at all|send give (#), or", 0),
+        (r"without the (#) seconds that its event", DOCUMENTS["inputs"][2]),
+        (r"longer than the (#) bytes", slot_size - 1 - 8),
+        (r"larger than (#) MiB", int(constant("client/read.c", r"largest_document = (\d+) << 20"))),
         (r"User=(\S+)|^u (\S+) -|-o (\S+) -g|chown -hR ([\w-]+):",
          constant("packaging/status_json_service.service", r"User=(\S+)")),
         (r"groupadd --system (\S+)|-o \S+ -g (\S+)", constant("packaging/limit-senders.conf", r" -g (\S+)")),
@@ -282,7 +325,7 @@ def prose_of(path):
         kept = r"(?m)^\s*# (?![A-Z][\w-]+: )(.*)"
     else:
         return blank(text, r'(?ms)^\.\\" example.*?^\.Ed|^\.D[dt] .*?$|^\.It (?:Dv MSG|Pa \S+\.json Ta).*?$|'
-                           r"^\.Bd .*?^\.Ed|^```console.*?^```$|^\| `[a-z0-9+-]+`.*?$|Xr \S+ \d|\w\(\d\)")
+                           r"^\.Bd .*?^\.Ed|^\d\. |^```console.*?^```$|^\| `[a-z0-9+-]+`.*?$|Xr \S+ \d|\w\(\d\)")
     prose = blank(text, r"(?s).+")
     for match in re.finditer(kept, text):
         prose = prose[:match.start(1)] + match[1] + prose[match.end(1):]
@@ -403,10 +446,12 @@ def main():
     check_header()
     check_dependencies()
     check_layout()
+    check_forgotten(sweep.emptied, seeded)
+    check_installation()
     check_benchmark()
     rows = facts(*(seeded[name][key] for name, key in
                    (("inputs", "inputs"), ("usb-host", "usb_c"), ("ethernet", "ethernet"))))
-    texts = ["README.md", HEADER, "core/core.h", "bench/floor.cpp", "debian/control", LOG, "scenarios/device-day.scenario",
+    texts = ["README.md", "CONTRIBUTING.md", HEADER, "core/core.h", "bench/floor.cpp", "debian/control", LOG, "scenarios/device-day.scenario",
              *files("man/*"), *files("schemas/*.json"), *files("packaging/*")]
     for path in texts:
         check_numbers(path, rows)

@@ -1,18 +1,19 @@
 /// `statusctl check`: is all well with a running device's documents and with the service?
-#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
+#include <sys/statvfs.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -20,9 +21,9 @@
 #include <vector>
 
 #include "core/paths.h"
-#include "store/store.h"
 #include "tools/statusctl/documents.h"
 #include "tools/statusctl/printable.h"
+#include "tools/statusctl/repair.h"
 #include "tools/statusctl/schema_check.h"
 #include "tools/statusctl/statusctl.h"
 #include "tools/statusctl/system_state.h"
@@ -30,8 +31,6 @@
 namespace statusctl {
 
 namespace {
-
-constexpr const char* service_name = "status_json_service";
 
 /// The service takes a lock and a netlink port for a moment only: what is still there after
 /// this long is held by something else.
@@ -60,7 +59,28 @@ std::string file_name(const StatusDocument& document)
 
 // --- the directory ---
 
-void check_directory()
+/// Less than the service may need next counts as nothing.
+constexpr std::uint64_t least_room = 64 << 10;
+
+/// Why nothing can be written in a folder; empty where something can.
+std::string write_problem(const std::string& folder)
+{
+    struct statvfs state = {};
+    if (statvfs(folder.c_str(), &state) != 0) {
+        return std::strerror(errno);
+    }
+    if ((state.f_flag & ST_RDONLY) != 0) {
+        return "read-only";
+    }
+    // What has no limit has 0 of 0.
+    const bool is_full =
+        (state.f_blocks > 0 && std::uint64_t{state.f_bavail} * state.f_frsize < least_room) ||
+        (state.f_files > 0 && state.f_favail == 0);
+    return is_full ? "full" : "";
+}
+
+/// Whether the service can write there once it runs.
+bool check_directory()
 {
     struct statfs file_system = {};
     const bool is_there = statfs(status_directory, &file_system) == 0;
@@ -68,12 +88,17 @@ void check_directory()
     const auto type = static_cast<unsigned int>(file_system.f_type);
     if (!is_there) {
         say_problem(status_directory, std::strerror(errno), "the service makes it when it starts");
+    } else if (const std::string problem = write_problem(status_directory); !problem.empty()) {
+        say_problem(status_directory, problem,
+                    "the service can't write documents: make room, or mount it to be written");
+        return false;
     } else if (type != TMPFS_MAGIC && type != RAMFS_MAGIC) {
         say_problem(status_directory, "not in memory: each change of a document waits for a disk",
                     "mount a tmpfs on /run");
     } else {
         say_well(status_directory, "in memory");
     }
+    return true;
 }
 
 // --- locks ---
@@ -145,22 +170,25 @@ void check_good_document(const StatusDocument& document, const DocumentRead& res
     }
 }
 
-void check_document(const StatusDocument& document)
+void check_document(const StatusDocument& document, bool can_be_written)
 {
     const DocumentRead result = read_document_safely(document);
+    const std::string first = can_be_written ? "" : "make its folder writable, then ";
     switch (result.state) {
         case ReadState::good:
             check_good_document(document, result);
             break;
         case ReadState::missing:
-            say_problem(file_name(document), printable(result.reason),
-                        "start the service again, which seeds it, and have all reported anew");
+            say_problem(
+                file_name(document), printable(result.reason),
+                first + "start the service again, which seeds it, and have all reported anew");
             break;
         case ReadState::empty:
         case ReadState::damaged:
             say_problem(file_name(document), printable(result.reason) + ", " + age_text(document),
-                        "stop the service, statusctl check --repair, start it again, and have "
-                        "all reported anew");
+                        first +
+                            "stop the service, statusctl check --repair, start it again, and have "
+                            "all reported anew");
             break;
         case ReadState::unreadable:
             say_problem(file_name(document), printable(result.reason),
@@ -172,6 +200,58 @@ void check_document(const StatusDocument& document)
     if (!check_locks(document) && result.state == ReadState::locked) {
         say_problem(file_name(document), printable(result.reason),
                     "by one that can't be seen from here, as in another container");
+    }
+}
+
+// --- the log ---
+
+/// The last line of the log about dropped messages since the service started, and so made its
+/// socket; empty where there is none.
+std::string last_drop(const std::string& log)
+{
+    struct stat made = {};
+    stat(message_socket_path, &made);
+    char start[32] = "";
+    std::strftime(start, sizeof start, "%Y-%m-%d %H:%M:%S", std::localtime(&made.st_mtime));
+    std::string last;
+    std::ifstream file(log);
+    for (int older = 1; file && last.empty(); ++older) {
+        for (std::string line; std::getline(file, line);) {
+            if (line.find("Message queue overflow") != std::string::npos && line >= start) {
+                last = line;
+            }
+        }
+        file = std::ifstream(log + "." + std::to_string(older));
+    }
+    return last;
+}
+
+void check_log()
+{
+    std::ifstream configuration(log_configuration_path);
+    if (!configuration) {
+        say_problem(log_configuration_path, std::strerror(errno),
+                    "the log goes to standard error; install it and start the service again");
+    }
+    std::string log;
+    for (std::string line; std::getline(configuration, line);) {
+        const std::size_t name = line.find(".fileName=");
+        if (line.substr(0, 1) != "#" && name != std::string::npos) {
+            log = line.substr(line.find('=') + 1);
+        }
+    }
+    if (log.empty()) {  // it goes elsewhere
+        return;
+    }
+    const std::string folder = log.substr(0, log.rfind('/'));
+    const std::string drop = last_drop(log);
+    if (const std::string problem = write_problem(folder); !problem.empty()) {
+        say_problem(folder, problem, "nothing is logged; mend that and start the service again");
+    } else if (drop.empty()) {
+        say_well(log, "tells of no dropped message");
+    } else {
+        say_problem(log, "since its start the service has dropped messages: " + printable(drop),
+                    "have all reported anew, and let senders pace what they send");
     }
 }
 
@@ -189,7 +269,11 @@ void check_socket()
     } else if (errno == EACCES) {
         say_problem(message_socket_path, std::strerror(errno), "check as a user who may send");
     } else {
-        say_problem(message_socket_path, std::strerror(errno), "start the service");
+        const std::string reason = std::strerror(errno);
+        say_problem(message_socket_path, reason,
+                    processes_named(service_name).empty()
+                        ? "start the service"
+                        : "start the service again: a second one has taken its socket and ended");
     }
     close(descriptor);
 }
@@ -233,78 +317,17 @@ void check_service()
     }
 }
 
-// --- repair ---
-
-// Before a start, documents that do not parse are removed, so that the service seeds them, and
-// nothing else. Nothing is removed while a service is seen to run, and no document that somebody
-// has open to write: a service that /proc hides may have emptied it to fill it. A lease tells; if
-// the file system has no leases, the document is kept. If a hidden service opens a damaged document
-// within the microseconds of its removal, it writes one without a name; its next report makes it.
-
-/// Nothing is waited for: who writes is told by the lease.
-constexpr std::chrono::milliseconds at_once(0);
-
-/// Why a document is beyond repair; empty where the service itself can still read it.
-std::string damage(const StatusDocument& document)
-{
-    const DocumentRead result = read_document_safely(document, at_once);
-    const bool is_bad = result.state == ReadState::empty || result.state == ReadState::damaged;
-    return is_bad && read_document(document.path).isNull() ? printable(result.reason) : "";
-}
-
-/// The document can't be open to write, and whoever opens it so waits meanwhile.
-void repair_under_lease(const StatusDocument& document)
-{
-    const std::string reason = damage(document);
-    if (reason.empty()) {
-        return;
-    }
-    if (unlink(document.path) == 0) {
-        std::cout << "removed " << document.path << ": " << reason << '\n';
-    } else {
-        std::cout << "can't remove " << document.path << ": " << std::strerror(errno) << '\n';
-    }
-}
-
-/// Not every service that runs can be seen. What one is about to fill it has open, and then no
-/// lease on it is given.
-void repair_document(const StatusDocument& document)
-{
-    if (damage(document).empty()) {
-        return;
-    }
-    const int descriptor = open(document.path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fcntl(descriptor, F_SETLEASE, F_RDLCK) == 0) {
-        repair_under_lease(document);
-    } else {
-        std::cout << "kept " << document.path << ": "
-                  << (errno == EAGAIN ? "being written" : std::strerror(errno)) << '\n';
-    }
-    close(descriptor);
-}
-
-void repair()
-{
-    std::signal(SIGIO, SIG_IGN);  // by which the kernel tells that somebody waits for a lease
-    if (!processes_named(service_name).empty()) {
-        std::cout << "the service is running: nothing is removed\n";
-        return;
-    }
-    for (const StatusDocument& document : status_documents) {
-        repair_document(document);
-    }
-}
-
 int run_check(const Arguments& arguments)
 {
     if (arguments.has("repair")) {
         repair();
         return 0;  // always: it stands before a start of the service, which it must never prevent
     }
-    check_directory();
+    const bool can_be_written = check_directory();
     for (const StatusDocument& document : status_documents) {
-        check_document(document);
+        check_document(document, can_be_written);
     }
+    check_log();
     check_socket();
     check_service();
     return problems == 0 ? 0 : 1;

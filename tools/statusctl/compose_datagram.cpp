@@ -5,8 +5,9 @@
 #include <cstring>
 #include <optional>
 #include <set>
+#include <sstream>
 
-#include "core/messages.h"
+#include "core/core.h"
 #include "tools/statusctl/message_types.h"
 #include "tools/statusctl/printable.h"
 #include "tools/statusctl/statusctl.h"
@@ -67,12 +68,9 @@ std::string what_fits(const MessageField& field)
 
 [[noreturn]] void refuse(const MessageField& field, std::string_view value)
 {
-    std::string line = printable(value) + " does not fit " + field.name + ", which takes ";
-    for (const CodeText& row : field.words) {
-        line += std::string("\"") + row.text + "\", ";
-    }
-    line += field.words.count == 0 ? "" : "or ";
-    throw InputError(line + what_fits(field));
+    const std::string words = words_of(field);
+    throw InputError(printable(value) + " does not fit " + field.name + ", which takes " +
+                     (words.empty() ? "" : words + ", or ") + what_fits(field));
 }
 
 void put_field(char* place, const MessageField& field, std::string_view value)
@@ -104,10 +102,13 @@ std::string record_payload(const MessageKind& kind, const std::vector<std::strin
         if (equals == std::string_view::npos) {
             throw InputError(printable(word) + " is not of the form FIELD=VALUE");
         }
-        const MessageField* field = find_field(kind, word.substr(0, equals));
-        if (field == nullptr) {
-            throw InputError(std::string(kind.name) + " has no field " +
-                             printable(word.substr(0, equals)));
+        const std::string_view name = word.substr(0, equals);
+        const MessageField* const field = std::find_if(
+            kind.fields.begin(), kind.fields.end(),
+            [name](const MessageField& row) { return same_but_for_case(row.name, name); });
+        if (field == kind.fields.end()) {
+            throw InputError(std::string(kind.name) + " has no field " + printable(name) +
+                             ", but " + field_names(kind));
         }
         if (!given.insert(field).second) {
             throw InputError(std::string(field->name) + " is given twice");
@@ -139,7 +140,7 @@ std::string text_payload(const MessageKind& kind, const std::vector<std::string>
                                         [](const MessageField& item) { return item.is_optional; });
     const std::size_t most = kind.fields.count;
     if (items.size() > most || items.size() + static_cast<std::size_t>(optional) < most) {
-        throw InputError(std::string(kind.name) + " takes " + items_of_text(kind));
+        throw InputError(std::string(kind.name) + " takes " + field_names(kind));
     }
     std::string payload;
     for (std::size_t i = 0; i < items.size(); ++i) {
@@ -164,6 +165,34 @@ std::string payload_from_words(const MessageKind& kind, const std::vector<std::s
     return "";
 }
 
+/// The number that a record has in a field.
+std::int64_t number_at(const MessageField& field, std::string_view payload)
+{
+    std::uint32_t number = 0;
+    std::memcpy(&number, payload.data() + field.offset, std::min(sizeof number, field.width));
+    return field.kind == FieldKind::signed_number ? static_cast<std::int32_t>(number)
+                                                  : std::int64_t{number};
+}
+
+void add_doubts(const MessageKind& kind, std::string_view payload, std::vector<std::string>& doubts)
+{
+    std::istringstream items{std::string(payload)};
+    for (const MessageField& field : kind.fields) {
+        const bool in_record = kind.payload == PayloadKind::record;
+        std::string item;
+        items >> item;
+        const auto number = in_record ? number_at(field, payload) : number_in<std::int32_t>(item);
+        const bool has_word = std::any_of(
+            field.words.begin(), field.words.end(),
+            [&number](const CodeText& row) { return std::int64_t{row.code} == number; });
+        // A record's field that is not given is 0.
+        if (field.words.count > 0 && number && !has_word && !(in_record && number == 0)) {
+            doubts.push_back(std::string(field.name) + " " + std::to_string(*number) +
+                             " is not known; known are " + words_of(field));
+        }
+    }
+}
+
 constexpr bool is_blank(char letter)
 {
     return letter == ' ' || letter == '\t';
@@ -176,16 +205,38 @@ std::string datagram_from_words(const std::vector<std::string>& words)
     if (words.empty()) {
         throw InputError("there is no message; send --list shows the types");
     }
-    const MessageKind* kind = find_message_kind(words.front());
-    if (kind == nullptr) {
-        throw InputError("there is no type " + printable(words.front()) +
-                         "; send --list shows the types");
-    }
-    const std::string payload = payload_from_words(*kind, words);
-    const MessageHeader header = {kind->type, static_cast<std::uint32_t>(payload.size())};
+    const MessageKind& kind = message_kind_named(words.front());
+    const std::string payload = payload_from_words(kind, words);
+    const MessageHeader header = {kind.type, static_cast<std::uint32_t>(payload.size())};
     std::string datagram(sizeof header, '\0');
     std::memcpy(datagram.data(), &header, sizeof header);
     return datagram + payload;
+}
+
+std::vector<std::string> doubts_about(std::string_view datagram)
+{
+    std::vector<std::string> doubts;
+    if (datagram.size() >= message_slot_size) {
+        doubts.push_back("the service takes only " + std::to_string(message_slot_size - 1) +
+                         " of these " + std::to_string(datagram.size()) + " bytes");
+    }
+    MessageHeader header = {};
+    std::memcpy(&header, datagram.data(), std::min(sizeof header, datagram.size()));
+    const std::string_view payload = datagram.substr(std::min(sizeof header, datagram.size()));
+    const Rows<MessageKind> kinds = message_kinds();
+    const MessageKind* const kind =
+        std::find_if(kinds.begin(), kinds.end(),
+                     [&header](const MessageKind& row) { return row.type == header.type; });
+    if (kind == kinds.end()) {
+        doubts.push_back("the service knows no type " + std::to_string(header.type));
+    } else if (kind->payload == PayloadKind::record &&
+               (header.length != kind->record_size || payload.size() < kind->record_size)) {
+        doubts.push_back(std::string(kind->name) + " has a payload of " +
+                         std::to_string(kind->record_size) + " bytes");
+    } else {
+        add_doubts(*kind, payload, doubts);
+    }
+    return doubts;
 }
 
 std::string bytes_from_hex(std::string_view text)

@@ -14,6 +14,11 @@ namespace statusctl {
 /// zero byte behind it: the service ends it. Throws InputError.
 std::string datagram_from_words(const std::vector<std::string>& words);
 
+/// What is doubtful about a datagram though it can be sent, a line each: more bytes than the
+/// service takes, a type or a length that it does not know, a code for which it has no word. What
+/// is quoted is not yet escaped.
+std::vector<std::string> doubts_about(std::string_view datagram);
+
 /// The bytes that the hexadecimal digits in `text` tell, two a byte, blanks between bytes
 /// ignored. Throws InputError.
 std::string bytes_from_hex(std::string_view text);

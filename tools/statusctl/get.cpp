@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "tools/statusctl/documents.h"
+#include "tools/statusctl/message_types.h"
 #include "tools/statusctl/printable.h"
 #include "tools/statusctl/statusctl.h"
 
@@ -11,7 +12,7 @@ namespace statusctl {
 namespace {
 
 /// The steps of a path such as `inputs[0].video.color` or `inputs.0.video.color`: names of
-/// members and positions in arrays. Throws InputError.
+/// members, and positions or ports in arrays. Throws InputError.
 std::vector<std::string> path_steps(std::string_view path)
 {
     std::vector<std::string> steps;
@@ -31,10 +32,22 @@ std::vector<std::string> path_steps(std::string_view path)
     return steps;
 }
 
+/// The entry at a position, or else that of a port with this name.
 const Json::Value* entry_of(const Json::Value& array, const std::string& step)
 {
     const auto position = number_in<Json::ArrayIndex>(step);
-    return position && *position < array.size() ? &array[*position] : nullptr;
+    if (position) {
+        return *position < array.size() ? &array[*position] : nullptr;
+    }
+    for (const Json::Value& entry : array) {
+        for (const char* member : {"port_type", "port"}) {
+            const Json::Value name = entry.isObject() ? entry[member] : Json::Value();
+            if (name.isString() && same_but_for_case(name.asString(), step)) {
+                return &entry;
+            }
+        }
+    }
+    return nullptr;
 }
 
 /// What stands there; null where nothing does.
@@ -110,7 +123,7 @@ const Command get_command = {"get",
                              "Print a document, or one member of it",
                              R"(statusctl get [--json] [DOCUMENT [PATH]]
   DOCUMENT   A document by its name; all of them by default
-  PATH       A member, such as inputs[0].video.connected
+  PATH       A member, such as inputs[HDMI].video.connected or inputs[0].video.connected
   --json     Print text as JSON too
 )",
                              options,

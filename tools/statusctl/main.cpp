@@ -21,7 +21,7 @@ constexpr const Command* commands[] = {&send_command, &watch_command, &get_comma
     throw InputError("The following argument was not expected: " + printable(argument));
 }
 
-int show_commands()
+int show_commands(int status)
 {
     std::cout << "Send to status_json_service, and read, watch and check what it publishes\n"
                  "Usage: statusctl COMMAND [OPTION...] [WORD...]\n\n";
@@ -29,8 +29,8 @@ int show_commands()
         std::cout << "  " << padded(command->name, 8) << command->summary << '\n';
     }
     std::cout << "\nThe documents are" << document_names() << ".\n"
-              << "statusctl COMMAND --help shows what a command takes.\n";
-    return 0;
+              << "statusctl COMMAND --help shows what a command takes, --version the version.\n";
+    return status;
 }
 
 int show_usage(const Command& command)
@@ -96,14 +96,22 @@ Arguments read_arguments(const Command& command, int argc, char** argv)
 int run(int argc, char** argv)
 {
     const std::string name = argc > 1 ? argv[1] : "";
-    if (name == "--help" || name == "-h") {
-        return show_commands();
+    if (name.empty() || name == "--help" || name == "-h") {
+        return show_commands(name.empty() ? status_misuse : 0);
+    }
+    if (name == "--version") {
+        std::cout << "statusctl of status_json_service " PROJECT_VERSION "\n";
+        return 0;
     }
     const auto* const command =
         std::find_if(std::begin(commands), std::end(commands),
                      [&name](const Command* candidate) { return candidate->name == name; });
     if (command == std::end(commands)) {
-        throw InputError("A subcommand is required");
+        std::string names;
+        for (const Command* known : commands) {
+            names += std::string(" ") + known->name;
+        }
+        throw InputError("there is no command " + printable(name) + "; there are" + names);
     }
     const Arguments arguments = read_arguments(**command, argc - 1, argv + 1);
     if (arguments.has(help_option.name)) {

@@ -2,13 +2,13 @@
 
 #include <strings.h>
 
-#include <algorithm>
 #include <sstream>
 #include <type_traits>
 
 #include "audio/audio_codes.h"
 #include "core/messages.h"
 #include "tools/statusctl/printable.h"
+#include "tools/statusctl/statusctl.h"
 #include "usb_power/usb_power_codes.h"
 #include "video/video_codes.h"
 
@@ -24,6 +24,18 @@ constexpr CodeText port_texts[] = {
 constexpr CodeText switch_texts[] = {
     {0, "off"},
     {1, "on"},
+};
+
+constexpr CodeText flag_texts[] = {
+    {0, "no"},
+    {1, "yes"},
+};
+
+constexpr CodeText ethernet_port_texts[] = {
+    {1, "LAN1"},
+    {2, "LAN2"},
+    {3, "LAN3"},
+    {4, "LAN4"},
 };
 
 template <typename Member>
@@ -43,8 +55,8 @@ constexpr FieldKind kind_of()
 
 constexpr MessageField video_status_fields[] = {
     FIELD(CmdDataVideoStatus, port, port_texts),
-    FIELD(CmdDataVideoStatus, isStable),
-    FIELD(CmdDataVideoStatus, isMute),
+    FIELD(CmdDataVideoStatus, isStable, flag_texts),
+    FIELD(CmdDataVideoStatus, isMute, flag_texts),
     FIELD(CmdDataVideoStatus, hactive),
     FIELD(CmdDataVideoStatus, vactive),
     FIELD(CmdDataVideoStatus, frameRate),
@@ -58,8 +70,8 @@ constexpr MessageField video_status_fields[] = {
 constexpr MessageField audio_status_fields[] = {
     FIELD(CmdDataAudioStatus, port, port_texts),
     FIELD(CmdDataAudioStatus, fromPort),
-    FIELD(CmdDataAudioStatus, isStable),
-    FIELD(CmdDataAudioStatus, isMute),
+    FIELD(CmdDataAudioStatus, isStable, flag_texts),
+    FIELD(CmdDataAudioStatus, isMute, flag_texts),
     FIELD(CmdDataAudioStatus, audioCoding, audio_format_texts),
     FIELD(CmdDataAudioStatus, sampleFreq, sample_frequency_texts),
     FIELD(CmdDataAudioStatus, sampleDepth),
@@ -69,13 +81,13 @@ constexpr MessageField audio_status_fields[] = {
 
 constexpr MessageField link_status_fields[] = {
     FIELD(CmdDataLinkStatus, port, port_texts),
-    FIELD(CmdDataLinkStatus, isConnect),
-    FIELD(CmdDataLinkStatus, isHpd),
+    FIELD(CmdDataLinkStatus, isConnect, flag_texts),
+    FIELD(CmdDataLinkStatus, isHpd, flag_texts),
 };
 
 constexpr MessageField hdcp_status_fields[] = {
     FIELD(CmdDataHDCPStatus, port, port_texts),
-    FIELD(CmdDataHDCPStatus, isEncrypted),
+    FIELD(CmdDataHDCPStatus, isEncrypted, flag_texts),
     FIELD(CmdDataHDCPStatus, status, active_hdcp_texts),
 };
 
@@ -114,8 +126,8 @@ constexpr MessageField typec_info_fields[] = {
     FIELD(TypeC_Info, Power_Role),
     FIELD(TypeC_Info, Data_Role),
     FIELD(TypeC_Info, Plug_Orientation),
-    FIELD(TypeC_Info, Remote_DpMode_Support),
-    FIELD(TypeC_Info, DpMode_Active),
+    FIELD(TypeC_Info, Remote_DpMode_Support, flag_texts),
+    FIELD(TypeC_Info, DpMode_Active, flag_texts),
     FIELD(TypeC_Info, PeerDeviceVID),
     FIELD(TypeC_Info, PeerDevicePID),
     FIELD(TypeC_Info, PeerDeviceMFT_String),
@@ -132,15 +144,15 @@ constexpr MessageField item(const char* name, Words item_words = {})
 constexpr MessageField power_status_items[] = {item("SOURCE", power_source_texts)};
 constexpr MessageField power_v_value_items[] = {item("CURRENT")};
 constexpr MessageField ethernet_control_items[] = {
-    item("PORT"),
+    item("PORT", ethernet_port_texts),
     {"STATE", FieldKind::word_item, 0, 0, switch_texts},
     {"SELECT", FieldKind::decimal_item, 0, 0, {}, true}};
 constexpr MessageField charger_status_items[] = {item("ENABLED", switch_texts)};
 constexpr MessageField hdcp_version_items[] = {
     item("PORT", port_texts), item("CAPABILITY", allowed_hdcp_texts)};
 constexpr MessageField uac_control_items[] = {
-    item("PORT"), item("ENABLED", switch_texts), item("PLUGGED")};
-constexpr MessageField usb_host_items[] = {item("PLUGGED")};
+    item("PORT"), item("ENABLED", switch_texts), item("PLUGGED", flag_texts)};
+constexpr MessageField usb_host_items[] = {item("PLUGGED", flag_texts)};
 constexpr MessageField play_port_items[] = {item("PORT", port_texts)};
 // clang-format on
 
@@ -240,14 +252,8 @@ std::string type_of_field(const MessageField& field)
 
 void list_field(std::ostream& lines, const MessageField& field)
 {
-    lines << "    " << padded(field.name, 24) << padded(type_of_field(field), 16);
-    const char* separator = "";
-    for (const CodeText& row : field.words) {
-        const bool has_code = field.kind != FieldKind::word_item;
-        lines << separator << (has_code ? std::to_string(row.code) + " " : "") << row.text;
-        separator = ", ";
-    }
-    lines << '\n';
+    lines << "    " << padded(field.name, 24) << padded(type_of_field(field), 16) << words_of(field)
+          << '\n';
 }
 
 }  // namespace
@@ -262,43 +268,46 @@ Rows<MessageKind> message_kinds()
     return {kind_table.rows, kind_table.count};
 }
 
-const MessageKind* find_message_kind(std::string_view name)
+const MessageKind& message_kind_named(std::string_view name)
 {
     for (const MessageKind& kind : message_kinds()) {
         const std::string_view full = kind.name;
         if (same_but_for_case(name, full) ||
             same_but_for_case(name, full.substr(type_prefix.size()))) {
-            return &kind;
+            return kind;
         }
     }
-    return nullptr;
+    throw InputError("there is no type " + printable(name) + "; send --list shows the types");
 }
 
-const MessageField* find_field(const MessageKind& kind, std::string_view name)
+std::string field_names(const MessageKind& kind)
 {
-    const auto* const field =
-        std::find_if(kind.fields.begin(), kind.fields.end(),
-                     [name](const MessageField& candidate) { return candidate.name == name; });
-    return field == kind.fields.end() ? nullptr : field;
-}
-
-std::string items_of_text(const MessageKind& kind)
-{
-    std::string line;
-    for (const MessageField& item : kind.fields) {
-        line += line.empty() ? "" : " ";
-        line += item.is_optional ? "[" + std::string(item.name) + "]" : item.name;
+    std::string names;
+    for (const MessageField& field : kind.fields) {
+        names += names.empty() ? "" : " ";
+        names += field.is_optional ? "[" + std::string(field.name) + "]" : field.name;
     }
-    return line;
+    return names;
 }
 
-std::string list_of_messages()
+std::string words_of(const MessageField& field)
+{
+    std::string list;
+    for (const CodeText& row : field.words) {
+        list += list.empty() ? "" : ", ";
+        list += field.kind == FieldKind::word_item ? "" : std::to_string(row.code) + " ";
+        list += row.text;
+    }
+    return list;
+}
+
+std::string list_of_messages(Rows<MessageKind> kinds)
 {
     std::ostringstream lines;
-    for (const MessageKind& kind : message_kinds()) {
+    for (const MessageKind& kind : kinds) {
         lines << kind.name << " (" << kind.type << ')';
         if (kind.payload == PayloadKind::text) {
-            lines << ", a text: " << items_of_text(kind);
+            lines << ", a text: " << field_names(kind);
         } else if (kind.payload == PayloadKind::none) {
             lines << ", without payload";
         }

@@ -60,18 +60,19 @@ struct MessageKind {
 /// All kinds, by their numbers.
 Rows<MessageKind> message_kinds();
 
-/// The kind with this name, in upper or lower case and with or without its prefix; null where
-/// there is none.
-const MessageKind* find_message_kind(std::string_view name);
+/// The kind with this name, in upper or lower case and with or without its prefix. Throws
+/// InputError where there is none.
+const MessageKind& message_kind_named(std::string_view name);
 
-/// The field with exactly this name; null where the message has none.
-const MessageField* find_field(const MessageKind& kind, std::string_view name);
+/// The names of the fields, separated by blanks, the optional ones in brackets.
+std::string field_names(const MessageKind& kind);
 
-/// The names of a text message's items as its sender writes them, the optional ones in brackets.
-std::string items_of_text(const MessageKind& kind);
+/// The words of a field with their codes, such as "0 PoE, 1 Adapter"; without the codes where the
+/// word itself is sent.
+std::string words_of(const MessageField& field);
 
-/// All types, with their fields, widths and words, in lines to read.
-std::string list_of_messages();
+/// The types with their fields, widths and words, in lines to read.
+std::string list_of_messages(Rows<MessageKind> kinds);
 
 /// Whether two texts differ in nothing but the case of ASCII letters.
 bool same_but_for_case(std::string_view one, std::string_view other);

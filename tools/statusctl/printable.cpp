@@ -145,6 +145,19 @@ std::string padded(std::string text, std::size_t width)
     return text;
 }
 
+std::string folded(std::string text, std::size_t width, std::size_t indentation)
+{
+    for (std::size_t begin = 0; text.size() > begin + width;) {
+        const std::size_t blank = text.rfind(' ', begin + width);
+        if (blank == std::string::npos || blank <= begin) {
+            break;
+        }
+        text.replace(blank, 1, "\n" + std::string(indentation, ' '));
+        begin = blank + 1 + indentation;
+    }
+    return text;
+}
+
 std::string json_line(const Json::Value& value)
 {
     return json_text(value, "", exact_digits);

@@ -18,6 +18,10 @@ std::string printable(std::string_view text);
 /// `text` with blanks behind it, up to so many bytes.
 std::string padded(std::string text, std::size_t width);
 
+/// `text` with a line end and so many blanks in place of a blank wherever a line would become
+/// longer than `width`.
+std::string folded(std::string text, std::size_t width, std::size_t indentation);
+
 /// The value as JSON in printable ASCII: on one line, or indented over several.
 std::string json_line(const Json::Value& value);
 std::string json_lines(const Json::Value& value);

@@ -15,15 +15,17 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <thread>
 
 #include "client/client.h"
+#include "core/messages.h"
 #include "core/paths.h"
 #include "tools/statusctl/compose_datagram.h"
+#include "tools/statusctl/documents.h"
 #include "tools/statusctl/message_types.h"
 #include "tools/statusctl/printable.h"
 #include "tools/statusctl/statusctl.h"
+#include "tools/statusctl/watch.h"
 
 namespace statusctl {
 
@@ -87,13 +89,9 @@ std::vector<Step> steps_of_scenario(const std::string& path)
         file.open(path);
     }
     std::istream& stream = path == "-" ? std::cin : file;
-    std::istringstream lines(std::string{std::istreambuf_iterator<char>(stream), {}});
-    if (!stream) {
-        throw InputError("can't read " + printable(path) + ": " + std::strerror(errno));
-    }
     std::vector<Step> steps;
     std::size_t number = 0;
-    for (std::string text; std::getline(lines, text);) {
+    for (std::string text; std::getline(stream, text);) {
         const std::string line(trimmed(text));
         ++number;
         try {
@@ -103,6 +101,9 @@ std::vector<Step> steps_of_scenario(const std::string& path)
         } catch (const InputError& error) {
             throw InputError("line " + std::to_string(number) + ": " + error.what());
         }
+    }
+    if (!stream.eof()) {
+        throw InputError("can't read " + printable(path) + ": " + std::strerror(errno));
     }
     return steps;
 }
@@ -161,9 +162,58 @@ bool play(const Step& step, bool echo)
     }
     if (echo) {
         std::cout << styled(Style::faint, clock_text(std::chrono::system_clock::now()))
-                  << "  send  " << printable(step.text) << std::endl;
+                  << "  send  " << folded(printable(step.text), 80, 20) << std::endl;
     }
-    return send_datagram(step.datagram);
+    if (!send_datagram(step.datagram)) {
+        return false;
+    }
+    for (const std::string& doubt : doubts_about(step.datagram)) {
+        std::cerr << "statusctl: warning: " << doubt << '\n';
+    }
+    return true;
+}
+
+// --- what becomes of it ---
+
+/// Why a message has changed nothing, as far as the documents tell.
+std::string likely_reason(std::string_view datagram)
+{
+    constexpr std::uint32_t about_an_input[] = {
+        MSG_TYPE_VIDEO_STATUS, MSG_TYPE_HDCP_STATUS,     MSG_TYPE_VIDEO_TIMING,
+        MSG_TYPE_AUDIO_STATUS, MSG_TYPE_HDMI_VIDEO_MODE, MSG_TYPE_VIDEO_START_WORKING};
+    MessageHeader header = {};
+    if (datagram.size() > sizeof header) {
+        std::memcpy(&header, datagram.data(), sizeof header);
+        const char port = datagram[sizeof header];
+        const char* const input = port == 1 || port == '1' ? "inputs[1]" : "inputs[0]";
+        const Json::Value video = Json::Path(std::string(input) + ".video")
+                                      .resolve(read_document_safely(inputs_document).root);
+        // A link that has not been reported yet is false as well, but then reports are taken.
+        const bool is_down =
+            video.isObject() && video["connected"] == false && video["signal_present"] == false;
+        if (is_down &&
+            std::count(std::begin(about_an_input), std::end(about_an_input), header.type) > 0) {
+            return std::string(input) +
+                   ".video.connected is false, and while a link is down, "
+                   "reports about its input are dropped";
+        }
+    }
+    return "it is what the documents say already, or the service's log has the reason";
+}
+
+/// Sends a message and shows for a second what the documents make of it.
+bool show(const Step& step)
+{
+    WatchOptions options;
+    options.documents.set();
+    options.changes_only = true;
+    options.limit = std::chrono::seconds(1);
+    bool is_sent = false;
+    const auto send = [&] { return is_sent = play(step, false); };
+    if (watch_documents(options, send) == 0 && is_sent) {
+        std::cout << "nothing changed within a second: " << likely_reason(step.datagram) << '\n';
+    }
+    return is_sent;
 }
 
 // --- the command ---
@@ -181,8 +231,11 @@ void require_options_that_go_together(const Arguments& arguments)
     if (arguments.has("echo") && !arguments.has("file")) {
         throw InputError("--echo requires --file");
     }
-    if (!given.empty() && !arguments.words.empty()) {
-        throw InputError("a message in words goes with no option");
+    if (arguments.has("show") && (arguments.has("file") || arguments.has("list"))) {
+        throw InputError(given + " excludes --show");
+    }
+    if (!given.empty() && arguments.words.size() > (given == "--list" ? 1 : 0)) {
+        throw InputError("a message in words does not go with " + given);
     }
 }
 
@@ -191,10 +244,16 @@ int run_send(const Arguments& arguments)
 {
     require_options_that_go_together(arguments);
     if (arguments.has("list")) {
-        std::cout << list_of_messages();
+        std::cout << list_of_messages(
+            arguments.words.empty()
+                ? message_kinds()
+                : Rows<MessageKind>(&message_kind_named(arguments.words[0]), 1));
         return 0;
     }
     const std::vector<Step> steps = steps_of(arguments);
+    if (arguments.has("show")) {
+        return show(steps.front()) ? 0 : 1;
+    }
     const bool echo = arguments.has("echo");
     const bool all_sent = std::all_of(steps.begin(), steps.end(),
                                       [echo](const Step& step) { return play(step, echo); });
@@ -206,18 +265,20 @@ constexpr option options[] = {help_option,
                               {"raw", required_argument, nullptr, 0},
                               {"file", required_argument, nullptr, 0},
                               {"echo", no_argument, nullptr, 0},
+                              {"show", no_argument, nullptr, 0},
                               {}};
 
 }  // namespace
 
 const Command send_command = {"send",
                               "Send messages to the service, or list what can be sent",
-                              R"(statusctl send TYPE [FIELD=VALUE...|ITEM...]
-       statusctl send --list | --raw HEX | --file SCENARIO [--echo]
-  --list     Show types, fields and words
+                              R"(statusctl send [--show] TYPE [FIELD=VALUE...|ITEM...]
+       statusctl send --list [TYPE] | [--show] --raw HEX | --file SCENARIO [--echo]
+  --list     Show the types, or this one, with fields and words
   --raw      Send a datagram of these bytes, in hexadecimal digits
   --file     Play the lines of a scenario; - is standard input
   --echo     Show each line of the scenario as it is sent
+  --show     Show what changes in the second after it, or why probably nothing does
 
 A message is TYPE FIELD=VALUE... for a record and TYPE ITEM... for a text; numbers
 that mean something can be given as words:

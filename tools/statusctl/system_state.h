@@ -11,6 +11,8 @@
 
 namespace statusctl {
 
+constexpr const char* service_name = "status_json_service";
+
 /// The processes of this name, of which the kernel keeps 15 bytes.
 std::vector<pid_t> processes_named(const std::string& name);
 

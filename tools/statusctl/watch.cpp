@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bitset>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -19,6 +18,7 @@
 #include "tools/statusctl/documents.h"
 #include "tools/statusctl/printable.h"
 #include "tools/statusctl/statusctl.h"
+#include "tools/statusctl/watch.h"
 
 namespace statusctl {
 
@@ -26,8 +26,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// A bit for each of `status_documents`.
-using DocumentSet = std::bitset<std::size(status_documents)>;
 using Watch = std::unique_ptr<status_json_watch, decltype(&status_json_watch_close)>;
 
 // --- what has changed ---
@@ -157,14 +155,6 @@ void print_change(const Printer& printer, const Change& change)
 
 // --- the watch ---
 
-struct Options {
-    DocumentSet documents;
-    bool json = false;
-    bool changes_only = false;           // not the state at the start
-    std::size_t count = 0;               // ends after so many documents' changes; 0 for never
-    std::chrono::milliseconds limit{0};  // ends after that time; 0 for never
-};
-
 /// What is known of a document.
 struct Known {
     bool read = false;  // `root` is what was last read of it
@@ -173,7 +163,7 @@ struct Known {
 };
 
 /// Reads the document anew and prints what is new about it; true where anything is.
-bool refresh(const StatusDocument& document, Known& known, const Options& options)
+bool refresh(const StatusDocument& document, Known& known, const WatchOptions& options)
 {
     DocumentRead result = read_document_safely(document);
     const Printer printer = {document, options.json};
@@ -199,9 +189,9 @@ bool refresh(const StatusDocument& document, Known& known, const Options& option
     return !changes.empty();
 }
 
-Options options_of(const Arguments& arguments)
+WatchOptions options_of(const Arguments& arguments)
 {
-    Options options;
+    WatchOptions options;
     for (const std::string& name : arguments.words) {
         options.documents.set(document_named(name));
     }
@@ -257,29 +247,8 @@ bool wait_for_hints(const Watch& watch, int end_signals, int timeout_ms)
 
 int run_watch(const Arguments& arguments)
 {
-    const Options options = options_of(arguments);
-    const auto deadline = Clock::now() + options.limit;
-    const int end_signals = open_end_signals();
-    // Before the first read, so that no change falls between the two.
-    const Watch watch(status_json_watch_open(), status_json_watch_close);
-    if (watch == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "can't watch the documents");
-    }
-    std::array<Known, std::size(status_documents)> known;
-    std::size_t count = 0;
-    for (DocumentSet due = options.documents;;
-         due = options.documents & DocumentSet(status_json_watch_take(watch.get()))) {
-        for (std::size_t i = 0; i < known.size(); ++i) {
-            if (due[i] && refresh(status_documents[i], known[i], options) &&
-                ++count == options.count) {
-                return 0;
-            }
-        }
-        const int timeout = options.limit.count() > 0 ? milliseconds_until(deadline) : -1;
-        if (!wait_for_hints(watch, end_signals, timeout)) {
-            return 0;
-        }
-    }
+    watch_documents(options_of(arguments), [] { return true; });
+    return 0;
 }
 
 constexpr option options[] = {help_option,
@@ -290,6 +259,40 @@ constexpr option options[] = {help_option,
                               {}};
 
 }  // namespace
+
+std::size_t watch_documents(const WatchOptions& options, const std::function<bool()>& once_read)
+{
+    const int end_signals = open_end_signals();
+    // Before the first read, so that no change falls between the two.
+    const Watch watch(status_json_watch_open(), status_json_watch_close);
+    if (watch == nullptr) {
+        throw std::system_error(errno, std::generic_category(), "can't watch the documents");
+    }
+    std::array<Known, std::size(status_documents)> known;
+    std::size_t count = 0;
+    std::size_t count_at_first = 0;
+    Clock::time_point deadline;
+    for (DocumentSet due = options.documents;;
+         due = options.documents & DocumentSet(status_json_watch_take(watch.get()))) {
+        for (std::size_t i = 0; i < known.size(); ++i) {
+            if (due[i] && refresh(status_documents[i], known[i], options) &&
+                ++count == options.count) {
+                return count - count_at_first;
+            }
+        }
+        if (deadline == Clock::time_point()) {
+            if (!once_read()) {
+                return 0;
+            }
+            count_at_first = count;
+            deadline = Clock::now() + options.limit;
+        }
+        const int timeout = options.limit.count() > 0 ? milliseconds_until(deadline) : -1;
+        if (!wait_for_hints(watch, end_signals, timeout)) {
+            return count - count_at_first;
+        }
+    }
+}
 
 const Command watch_command = {
     "watch",
