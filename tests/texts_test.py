@@ -244,6 +244,14 @@ def check_installation():
             wrong(path, ".Sh INSTALLATION", f"{name} is not installed")
 
 
+def check_library():
+    """What the client library declares, lets be seen, packages and explains."""
+    declared = re.findall(r"\b(status_json_\w+)\(", source("client/client.h"))
+    for path, pattern in (("client/libstatusjson.map", r"(\w+);"), ("debian/libstatusjson1.symbols", r"(?m)^ (status_\w+)@"),
+                          ("man/status_json_client.3", r"\.Nm (\w+)"), ("man/status_json_client.3", r'\.Fn (\w+) (?:"|void)')):
+        compare(path, 0, "functions", re.findall(pattern, source(path)), declared)
+
+
 def check_benchmark():
     for call in re.finditer(r'log\.log\(info,\s*((?:"[^"]*"\s*)+)', source("bench/floor.cpp")):
         text, place, _ = re.sub(r'"\s*\n?\s*"', "", call[1]).partition(r"\n --[%s:%u]")
@@ -448,6 +456,7 @@ def main():
     check_layout()
     check_forgotten(sweep.emptied, seeded)
     check_installation()
+    check_library()
     check_benchmark()
     rows = facts(*(seeded[name][key] for name, key in
                    (("inputs", "inputs"), ("usb-host", "usb_c"), ("ethernet", "ethernet"))))
