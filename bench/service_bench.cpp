@@ -26,12 +26,14 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "bench/kinds.h"
+#include "client/client.h"
 #include "core/paths.h"
 #include "store/documents.h"
 
@@ -447,16 +449,8 @@ void print_bursts()
 
 enum Found { whole, empty, partial, mixed, found_count };
 
-Found read_inputs(bool locks, const Texts& states)
+Found what_is(const std::string& text, const Texts& states)
 {
-    char buffer[8192];
-    const int descriptor = open(inputs_document.path, O_RDONLY | O_CLOEXEC);
-    if (locks) {
-        flock(descriptor, LOCK_SH);
-    }
-    const ssize_t size = read(descriptor, buffer, sizeof buffer);
-    close(descriptor);
-    const std::string text(buffer, size > 0 ? static_cast<std::size_t>(size) : 0);
     const auto begins = [&text](const std::string& state) { return state.rfind(text, 0) == 0; };
     if (std::find(states.begin(), states.end(), text) != states.end()) {
         return whole;
@@ -465,13 +459,23 @@ Found read_inputs(bool locks, const Texts& states)
     return text.empty() ? empty : is_part ? partial : mixed;
 }
 
-Found read_until_whole(const Texts& states)
+std::string read_inputs(bool locks)
 {
-    Found found = whole;
-    while ((found = read_inputs(true, states)) == empty || found == partial) {
-        usleep(1000);
+    char buffer[8192];
+    const int descriptor = open(inputs_document.path, O_RDONLY | O_CLOEXEC);
+    if (locks) {
+        flock(descriptor, LOCK_SH);
     }
-    return found;
+    const ssize_t size = read(descriptor, buffer, sizeof buffer);
+    close(descriptor);
+    return {buffer, size > 0 ? static_cast<std::size_t>(size) : 0};
+}
+
+std::string read_by_library()
+{
+    const std::unique_ptr<char, decltype(&std::free)> text(
+        status_json_read(STATUS_JSON_INPUTS, 1000, nullptr), std::free);
+    return text == nullptr ? "" : text.get();
 }
 
 /// `inputs.json` is rewritten back to back meanwhile. One kind of reading after the other: who
@@ -494,16 +498,16 @@ void print_reads()
             rewrite(number);
         }
     });
-    const std::pair<const char*, std::function<Found()>> ways[] = {
-        {"without a lock", [&] { return read_inputs(false, states); }},
-        {"shared lock, read once", [&] { return read_inputs(true, states); }},
-        {"lock, and read again while empty", [&] { return read_until_whole(states); }},
+    const std::pair<const char*, std::function<std::string()>> ways[] = {
+        {"without a lock", [] { return read_inputs(false); }},
+        {"shared lock, read once", [] { return read_inputs(true); }},
+        {"status_json_read", read_by_library},
     };
     std::printf("%u reads each of inputs.json while it is rewritten back to back\n", reads_of_kind);
     for (const auto& [name, read] : ways) {
         unsigned counts[found_count] = {};
         for (unsigned i = 0; i < reads_of_kind; ++i) {
-            ++counts[read()];
+            ++counts[what_is(read(), states)];
         }
         const auto share = [](unsigned count) { return 100.0 * count / reads_of_kind; };
         std::printf("%-34s empty %5.1f %%, partial %.1f %%, mixed %.1f %%\n", name,
