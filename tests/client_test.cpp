@@ -168,6 +168,7 @@ TEST_F(Client, ReportsComeAsTheyAreOrFailAtOnce)
 
     // A service that doesn't run takes some messages still, until its queue is full.
     kill(service_pid(), SIGSTOP);
+    waitpid(service_pid(), nullptr, WUNTRACED);
     while (status_json_send(7654322, nullptr, 0, at_once_ms) == 0) {
     }
     EXPECT_EQ(complaint(false), "EAGAIN");
