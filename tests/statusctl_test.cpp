@@ -439,17 +439,14 @@ TEST_F(Statusctl, SendShowsWhatBecomesOfAMessage)
         "dropped\n";
     const std::string unknown =
         nothing + "it is what the documents say already, or the service's log has the reason\n";
-    for (const char* port : {"0", "1"}) {
-        send_line("link_status isConnect=0 port=" + std::string(port));
-    }
-    settle();
-    send_line("link_status isConnect=1");
+    send_line("link_status port=1");
+    send_line("video_status isStable=1");  // taken, as no link is reported yet
     settle();
     write_document("outputs.json", "[");  // which is told, and is no change
     const std::pair<Words, std::string> rows[] = {
         {{"send", "--show", "video_start_working", "1"}, nothing + "inputs[1]" + down},
         {{"send", "--show", "video_status", "port=1"}, nothing + "inputs[1]" + down},
-        {{"send", "--show", "audio_status"}, unknown},
+        {{"send", "--show", "video_status", "isStable=1"}, unknown},
         {{"send", "--show", "--raw", "0800000000000000"}, unknown}};
     std::list<Tool> tools;
     for (const auto& row : rows) {
