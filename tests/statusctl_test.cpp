@@ -388,7 +388,7 @@ TEST_F(Statusctl, WatchShowsEachChange)
     write_document("outputs.json", std::string(outputs_default_text));
     std::string text = power_seeded + outputs_seeded + to_adapter;
     expect_output(watch, text);
-    const std::string time = watch.output().substr(watch.output().find("\"time\":\"") + 8, 24);
+    const std::string time = watch.output().substr(watch.output().find(R"("time":")") + 8, 24);
     EXPECT_LE(begin, time);
     EXPECT_LE(time, utc_now("%Y-%m-%dT%H:%M:%S.999Z"));
     send_line("uac_control 0 1 0");
@@ -439,17 +439,14 @@ TEST_F(Statusctl, SendShowsWhatBecomesOfAMessage)
         "dropped\n";
     const std::string unknown =
         nothing + "it is what the documents say already, or the service's log has the reason\n";
-    for (const char* port : {"0", "1"}) {
-        send_line("link_status isConnect=0 port=" + std::string(port));
-    }
-    settle();
-    send_line("link_status isConnect=1");
+    send_line("link_status port=1");
+    send_line("video_status isStable=1");  // taken, as no link is reported yet
     settle();
     write_document("outputs.json", "[");  // which is told, and is no change
     const std::pair<Words, std::string> rows[] = {
         {{"send", "--show", "video_start_working", "1"}, nothing + "inputs[1]" + down},
         {{"send", "--show", "video_status", "port=1"}, nothing + "inputs[1]" + down},
-        {{"send", "--show", "audio_status"}, unknown},
+        {{"send", "--show", "video_status", "isStable=1"}, unknown},
         {{"send", "--show", "--raw", "0800000000000000"}, unknown}};
     std::list<Tool> tools;
     for (const auto& row : rows) {
@@ -548,9 +545,9 @@ TEST_F(Statusctl, ColoursAreForTerminalsThatHaveThem)
                                                                {nullptr, nullptr, false}};
     int value = 0;
     for (const auto& [term, no_color, has_colours] : rows) {
-        const std::string before = std::to_string(value);
+        std::string line = std::to_string(value) + " -> ";
         const std::string after = std::to_string(++value);
-        std::string line = line_of("power.measured_power_current_a", before + " -> " + after);
+        line = line_of("power.measured_power_current_a", line.append(after));
         if (has_colours) {
             line = std::regex_replace(line, std::regex("^T  power   "),
                                       "\033[2mT\033[0m  \033[36mpower   \033[0m");
@@ -680,7 +677,8 @@ TEST_F(Statusctl, WaitsForWhatPassesAndTellsWhatDoesNot)
     received();
     const Tool slowed({"send", "--file", "-"}, flood.substr(0, 30 * sizeof "ethernet_status"));
     std::string datagrams;
-    wait_until("what waits", [&] { return (datagrams += received()).size() >= 30 * 17; });
+    wait_until("what waits",
+               [&] { return (datagrams += received()).size() >= std::size_t{30} * 17; });
     EXPECT_EQ(slowed.wait(), 0) << slowed.complaint();
     close_socket();
     expect_results({{{"send", "ethernet_status"}, 1, not_there}});  // the file is left

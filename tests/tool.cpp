@@ -47,7 +47,10 @@ std::string Tool::path()
 int Tool::wait() const
 {
     int status = 0;
-    waitpid(pid, &status, 0);
+    if (!wait_until("the end of statusctl", [&] { return waitpid(pid, &status, WNOHANG) != 0; })) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+    }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 

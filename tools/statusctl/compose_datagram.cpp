@@ -165,13 +165,12 @@ std::string payload_from_words(const MessageKind& kind, const std::vector<std::s
     return "";
 }
 
-/// The number that a record has in a field.
-std::int64_t number_at(const MessageField& field, std::string_view payload)
+/// The number that a record has in a field with words, which fits.
+std::int32_t number_at(const MessageField& field, std::string_view payload)
 {
-    std::uint32_t number = 0;
+    std::int32_t number = 0;
     std::memcpy(&number, payload.data() + field.offset, std::min(sizeof number, field.width));
-    return field.kind == FieldKind::signed_number ? static_cast<std::int32_t>(number)
-                                                  : std::int64_t{number};
+    return number;
 }
 
 void add_doubts(const MessageKind& kind, std::string_view payload, std::vector<std::string>& doubts)
@@ -182,9 +181,9 @@ void add_doubts(const MessageKind& kind, std::string_view payload, std::vector<s
         std::string item;
         items >> item;
         const auto number = in_record ? number_at(field, payload) : number_in<std::int32_t>(item);
-        const bool has_word = std::any_of(
-            field.words.begin(), field.words.end(),
-            [&number](const CodeText& row) { return std::int64_t{row.code} == number; });
+        const bool has_word =
+            std::any_of(field.words.begin(), field.words.end(),
+                        [&number](const CodeText& row) { return row.code == number; });
         // A record's field that is not given is 0.
         if (field.words.count > 0 && number && !has_word && !(in_record && number == 0)) {
             doubts.push_back(std::string(field.name) + " " + std::to_string(*number) +

@@ -245,19 +245,6 @@ bool wait_for_hints(const Watch& watch, int end_signals, int timeout_ms)
            descriptors[0].revents == 0;
 }
 
-int run_watch(const Arguments& arguments)
-{
-    watch_documents(options_of(arguments), [] { return true; });
-    return 0;
-}
-
-constexpr option options[] = {help_option,
-                              {"json", no_argument, nullptr, 0},
-                              {"changes-only", no_argument, nullptr, 0},
-                              {"count", required_argument, nullptr, 0},
-                              {"for", required_argument, nullptr, 0},
-                              {}};
-
 }  // namespace
 
 std::size_t watch_documents(const WatchOptions& options, const std::function<bool()>& once_read)
@@ -293,6 +280,23 @@ std::size_t watch_documents(const WatchOptions& options, const std::function<boo
         }
     }
 }
+
+namespace {
+
+int run_watch(const Arguments& arguments)
+{
+    watch_documents(options_of(arguments), [] { return true; });
+    return 0;
+}
+
+constexpr option options[] = {help_option,
+                              {"json", no_argument, nullptr, 0},
+                              {"changes-only", no_argument, nullptr, 0},
+                              {"count", required_argument, nullptr, 0},
+                              {"for", required_argument, nullptr, 0},
+                              {}};
+
+}  // namespace
 
 const Command watch_command = {
     "watch",
