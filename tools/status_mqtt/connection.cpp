@@ -116,15 +116,17 @@ void Connection::check(int error)
     }
 }
 
+/// What the TLS library says is nearer to the cause than what it has led to.
 std::string Connection::text_of(int error) const
 {
+    if (!complaint_.empty()) {
+        return complaint_;
+    }
     switch (error) {
         case MOSQ_ERR_ERRNO:
             return std::strerror(errno);
         case MOSQ_ERR_EAI:
             return gai_strerror(errno);
-        case MOSQ_ERR_TLS:
-            return complaint_.empty() ? mosquitto_strerror(error) : complaint_;
         case MOSQ_ERR_KEEPALIVE:
             return "no answer";
         default:
@@ -132,18 +134,18 @@ std::string Connection::text_of(int error) const
     }
 }
 
-/// The library logs what goes wrong with TLS while the session is still there, which knows what is
-/// wrong with the certificate.
+/// The library logs what goes wrong with TLS, the cause first, while the session is still there,
+/// which knows what is wrong with the broker's certificate.
 void Connection::on_log(mosquitto* client, void* self, int level, const char* text)
 {
-    if (level != MOSQ_LOG_ERR) {
+    std::string& complaint = static_cast<Connection*>(self)->complaint_;
+    if (level != MOSQ_LOG_ERR || !complaint.empty()) {
         return;
     }
-    std::string& complaint = static_cast<Connection*>(self)->complaint_;
     complaint = text;
     auto* const session = static_cast<SSL*>(mosquitto_ssl_get(client));
     const long verdict = session == nullptr ? X509_V_OK : SSL_get_verify_result(session);
-    if (verdict != X509_V_OK) {
+    if (verdict != X509_V_OK && verdict != X509_V_ERR_UNSPECIFIED) {
         complaint += std::string(": ") + X509_verify_cert_error_string(verdict);
     }
 }

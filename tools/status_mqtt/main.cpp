@@ -107,19 +107,33 @@ private:
     std::random_device random_;
 };
 
+/// Some brokers close a connection without a word when another client comes with its name.
+std::string hint(const Options& options, int short_connections)
+{
+    return short_connections < 2
+               ? ""
+               : "; once more within a minute: does another device have the name " +
+                     options.device + "?";
+}
+
 [[noreturn]] void run(const Options& options)
 {
     constexpr std::chrono::seconds lasting(60);
     Waits waits(options.longest_wait);
-    std::string told;  // an attempt that fails as the one before is not told again
+    int short_connections = 0;  // one after the other
+    std::string told;           // an attempt that fails as the one before is not told again
     for (;;) {
         const End end = run_connection(options);
-        if (end.accepted_for > Clock::duration(0) || end.reason != told) {
-            log_line(options.host + ":" + std::to_string(options.port) + ": " + end.reason);
-            told = end.reason;
-        }
         if (end.accepted_for >= lasting) {
             waits.start_over();
+            short_connections = 0;
+        } else if (end.accepted_for > Clock::duration(0)) {
+            ++short_connections;
+        }
+        if (end.accepted_for > Clock::duration(0) || end.reason != told) {
+            log_line(options.host + ":" + std::to_string(options.port) + ": " + end.reason +
+                     hint(options, short_connections));
+            told = end.reason;
         }
         std::this_thread::sleep_for(waits.next());
     }

@@ -160,7 +160,8 @@ Number number_of(const Values& values, const char* name, Number least, Number mo
     const std::string text = value_of(values, name, fallback);
     Number number = 0;
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || *stop != '\0' || number < least || number > most) {
+    const bool is_in_range = number >= least && number <= most;  // which NaN isn't
+    if (error != std::errc() || *stop != '\0' || !is_in_range) {
         std::ostringstream what;
         what << name << " is a number from " << least << " to " << most << ", not " << text;
         refuse(what.str());
