@@ -38,7 +38,7 @@ constexpr option rows[] = {
 
 constexpr const char* usage = R"(Publish the status documents to an MQTT broker
 Usage: status_mqtt --host HOST [OPTION...]
-  --host HOST           The broker's name or address
+  --host HOST           The broker's name or address, or the path of its Unix socket
   --port PORT           Its port; 1883, or 8883 with --ca
   --device NAME         The device's name, also the client id; the host name
   --prefix PREFIX       What the topics begin with; status
@@ -250,7 +250,11 @@ Options read_options(int argc, char** argv)
     options.key = value_of(values, "key");
     options.user = value_of(values, "user");
     options.password = line_of_file(values, "password-file");
-    options.port = number_of(values, "port", 1, 65535, options.ca.empty() ? "1883" : "8883");
+    if (options.host.rfind('/', 0) == 0) {  // the path of the broker's Unix socket, without a port
+        options.port = number_of(values, "port", 0, 0, "0");
+    } else {
+        options.port = number_of(values, "port", 1, 65535, options.ca.empty() ? "1883" : "8883");
+    }
     options.device = topic_part_of(values, "device", host_name(), "/+#");
     options.prefix = topic_part_of(values, "prefix", "status", "+#");
     options.keepalive_s = number_of(values, "keepalive", 5, 65535, "60");
