@@ -13,6 +13,11 @@ if(BUILD_TOOLS)
     install(TARGETS statusctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
 
+if(BUILD_MQTT)
+    install(TARGETS status_mqtt RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT mqtt)
+    install(FILES man/status_mqtt.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT mqtt)
+endif()
+
 install(FILES core/messages.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}
         COMPONENT development)
 configure_file(packaging/${PROJECT_NAME}.pc.in ${PROJECT_NAME}.pc @ONLY)
@@ -28,6 +33,7 @@ foreach(section_and_component 1:tools 5:development 8:service)
     list(GET section_and_component 0 section)
     list(GET section_and_component 1 component)
     file(GLOB manuals man/*.${section})
+    list(FILTER manuals EXCLUDE REGEX status_mqtt)
     install(FILES ${manuals} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
             COMPONENT ${component})
 endforeach()

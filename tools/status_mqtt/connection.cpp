@@ -98,7 +98,7 @@ int Connection::publish(const std::string& topic, const std::string& payload, st
     const int error = mosquitto_publish_v5(client_.get(), &message, topic.c_str(),
                                            static_cast<int>(payload.size()), payload.data(),
                                            at_least_once, retained, nullptr);
-    problem = error == MOSQ_ERR_SUCCESS ? "" : text_of(error);
+    problem = error == MOSQ_ERR_SUCCESS ? "" : "can't be sent: " + text_of(error);
     return error == MOSQ_ERR_SUCCESS ? message : 0;
 }
 
@@ -183,6 +183,8 @@ void Connection::on_disconnect(mosquitto* /*client*/, void* self, int reason,
 void Connection::on_publish(mosquitto* /*client*/, void* self, int message, int reason,
                             const mosquitto_property* /*properties*/)
 {
+    const bool is_taken = reason < first_failure;
     static_cast<Connection*>(self)->answers_.push_back(
-        {message, reason < first_failure ? "" : mosquitto_reason_string(reason)});
+        {message,
+         is_taken ? "" : std::string("the broker refuses it: ") + mosquitto_reason_string(reason)});
 }

@@ -131,7 +131,7 @@ void Publisher::take_answers()
             }
             topic.message = 0;
             if (topic.refusal != answer.problem && !answer.problem.empty()) {
-                log_line(topic.name + ": the broker refuses it: " + answer.problem);
+                log_line(topic.name + ": " + answer.problem);
             }
             topic.refusal = answer.problem;
         };
@@ -159,7 +159,7 @@ void Publisher::publish(Topic& topic, std::string payload)
     std::string problem;
     topic.message = connection_.publish(topic.name, topic.payload, problem);
     if (!problem.empty() && problem != topic.refusal) {
-        log_line(topic.name + ": can't be sent: " + problem);
+        log_line(topic.name + ": " + problem);
     }
     topic.refusal = problem;
 }
