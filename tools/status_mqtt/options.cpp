@@ -3,6 +3,7 @@
 #include <getopt.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <sstream>
 
@@ -63,12 +65,9 @@ Usage: status_mqtt --host HOST [OPTION...]
 
 bool is_option(const std::string& name)
 {
-    for (const option& row : rows) {
-        if (row.name != nullptr && row.has_arg == required_argument && name == row.name) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(std::begin(rows), std::end(rows) - 1, [&name](const option& row) {
+        return row.has_arg == required_argument && name == row.name;
+    });
 }
 
 std::string trimmed(const std::string& text)
@@ -79,7 +78,21 @@ std::string trimmed(const std::string& text)
                : text.substr(begin, text.find_last_not_of(" \t\r") + 1 - begin);
 }
 
-/// Lines of a name and a value; empty ones, and those that begin with #, count for nothing.
+/// Adds a line of a name and a value; gives what is wrong with it, or an empty text.
+std::string add_line(Values& values, const std::string& line)
+{
+    const std::string name = line.substr(0, line.find_first_of(" \t"));
+    const std::string value = trimmed(line.substr(name.size()));
+    if (!is_option(name)) {
+        return "there is no option " + name + "; status_mqtt --help shows all";
+    }
+    if (value.empty()) {
+        return name + " needs a value behind it";
+    }
+    return values.emplace(name, value).second ? "" : name + " is there twice";
+}
+
+/// Empty lines, and those that begin with #, count for nothing.
 Values read_file()
 {
     Values values;
@@ -90,22 +103,12 @@ Values read_file()
     }
     int number = 0;
     for (std::string line; std::getline(file, line);) {
-        const std::string place =
-            std::string(configuration_path) + ":" + std::to_string(++number) + ": ";
+        ++number;
         line = trimmed(line);
-        if (line.empty() || line[0] == '#') {
-            continue;
-        }
-        const std::string name = line.substr(0, line.find_first_of(" \t"));
-        const std::string value = trimmed(line.substr(name.size()));
-        if (!is_option(name)) {
-            refuse(place + "there is no option " + name + "; status_mqtt --help shows all");
-        }
-        if (value.empty()) {
-            refuse(place + name + " needs a value behind it");
-        }
-        if (!values.emplace(name, value).second) {
-            refuse(place + name + " is there twice");
+        const bool counts = !line.empty() && line[0] != '#';
+        const std::string problem = counts ? add_line(values, line) : "";
+        if (!problem.empty()) {
+            refuse(std::string(configuration_path) + ":" + std::to_string(number) + ": " + problem);
         }
     }
     return values;
@@ -118,7 +121,7 @@ Values read_command_line(int argc, char** argv)
     for (;;) {
         const std::string given = optind < argc ? argv[optind] : "";
         int row = 0;
-        const int found = getopt_long(argc, argv, ":h", rows, &row);
+        const int found = getopt_long(argc, argv, "+:h", rows, &row);
         if (found == -1) {
             break;
         }
@@ -127,10 +130,9 @@ Values read_command_line(int argc, char** argv)
             std::exit(0);
         }
         // In full: what is an abbreviation today may stand for another option tomorrow.
-        if (found == '?' || !is_option(given.substr(2, given.find('=') - 2))) {
-            if (found != ':') {
-                refuse("there is no option " + given + "; --help shows all");
-            }
+        const bool is_known = found != '?' && is_option(given.substr(2, given.find('=') - 2));
+        if (!is_known) {
+            refuse("there is no option " + given + "; --help shows all");
         }
         if (found == ':' || *optarg == '\0') {
             refuse(given + " needs a value");
