@@ -26,6 +26,11 @@ if(BUILD_TOOLS)
     install(TARGETS statusctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
 
+if(BUILD_MQTT)
+    install(TARGETS status_mqtt RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT mqtt)
+    install(FILES man/status_mqtt.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT mqtt)
+endif()
+
 install(TARGETS statusjson_shared LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         COMPONENT library NAMELINK_COMPONENT development)
 install(TARGETS statusjson ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
@@ -49,6 +54,7 @@ foreach(section_and_component 1:tools 3:development 5:development 8:service)
     list(GET section_and_component 0 section)
     list(GET section_and_component 1 component)
     file(GLOB manuals man/*.${section})
+    list(FILTER manuals EXCLUDE REGEX status_mqtt)
     install(FILES ${manuals} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
             COMPONENT ${component})
 endforeach()

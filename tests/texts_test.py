@@ -194,7 +194,7 @@ def check_dependencies():
     compare("debian/control", "Depends: statusctl", "Depends", [name for name in named if name[0] != "$"],
             # The user is made by the one or the other; apt takes the first where neither is there.
             ["systemd-standalone-sysusers | systemd", "statusctl (= ${binary:Version})",
-             "libstatusjson1 (= ${binary:Version})"])
+             "libstatusjson1 (= ${binary:Version})", "status-json-service"])
 
 
 def check_layout():
@@ -264,6 +264,22 @@ VALUES = dict(two="2", three="3", four="4", five="5", six="6", seven="7", eight=
               hundredth="100", thousandths="0.001")
 
 
+def mqtt_facts():
+    options = dict(re.findall(r'"([\w-]+)",(.*"[\d.]+")\);', source("tools/status_mqtt/options.cpp")))
+    numbers = {name: re.findall(r"[\d.]+", row) for name, row in options.items()}
+    plain, tls = re.search(r'"(\d+)" : "(\d+)"', source("tools/status_mqtt/options.cpp")).groups()
+    return [
+        (r"QoS (#)", in_code(r"at_least_once = (\d)")), (r"(?:in|and) MQTT (#)", 5), (r"(#) by default, and (#) with", plain, tls),
+        (r"#port (#)$|^listener (#)$", tls), (r"tried; (#) by default, (#) at least", numbers["keepalive"][-1], numbers["keepalive"][0]),
+        (r"of a topic; (#) by", numbers["pause"][-1]), (r"connect; (#) by", numbers["longest-wait"][-1]),
+        (r"from (#) second to", int(in_code(r"first_\{(\d+)\}")) // 1000), (r"lasted (#) seconds", in_code(r"lasting\((\d+)\)")),
+        (r"between (#) |of (#) connections", 2), (r"port (9642)", 9642), (r"\.It (#)\s+The system", 1), (r"\.It (#)\s+An option", 2),
+        # As bench/fleet.py measured.
+        (r"with (#) devices.*took (#) MB.* (#) changes a second, (#) %", 9500, 105, 1000, 4),
+        (r"again (#) seconds", 14), (r"some (#) devices or (#) changes", 100000, 10000),
+    ]
+
+
 def facts(inputs, usb_host, ethernet):
     """Patterns, where (#) is a number, and the true values of their groups. A number that the code
     has nowhere stands here alone."""
@@ -311,10 +327,10 @@ def facts(inputs, usb_host, ethernet):
         (r"without the (#) seconds that its event", DOCUMENTS["inputs"][2]),
         (r"longer than the (#) bytes", slot_size - 1 - 8),
         (r"larger than (#) MiB", int(constant("client/read.c", r"largest_document = (\d+) << 20"))),
-        (r"User=(\S+)|^u (\S+) -|-o (\S+) -g|chown -hR ([\w-]+):",
+        (r"^User=(\S+)|^u (\S+) -|-o (\S+) -g|chown -hR ([\w-]+):",
          constant("packaging/status_json_service.service", r"User=(\S+)")),
         (r"groupadd --system (\S+)|-o \S+ -g (\S+)", constant("packaging/limit-senders.conf", r" -g (\S+)")),
-        (r"(?:for|in|from) C(\d\d)\b", 11), (r"C\+\+(\d+)", constant("CMakeLists.txt", r"CXX_STANDARD (\d+)")),
+        *mqtt_facts(), (r"(?:for|in|from) C(\d\d)\b", 11), (r"C\+\+(\d+)", constant("CMakeLists.txt", r"CXX_STANDARD (\d+)")),
     ]
 
 
@@ -365,9 +381,10 @@ def check_names(path, documents):
             return False
         return True
 
-    own = "/run/status_json_service"  # of the packaging
+    own, mqtt = "/run/status_json_service", "/run/credentials/status_mqtt.service"  # of the packaging
     paths = {row[0] for row in DOCUMENTS.values()} | set(PATHS.values()) | {
-        LOG_PATH, "/usr/share/status_json_service/schemas", f"{own}.pid", f"{own}/json_app.sock"}
+        LOG_PATH, "/usr/share/status_json_service/schemas", f"{own}.pid", f"{own}/json_app.sock",
+        "/run/status_mqtt.pid", f"{mqtt}/key", f"{mqtt}/password"}
     paths |= {name.replace("/var/run", "/run") for name in paths}
     folders = "|".join(re.escape(name.name) for name in ROOT.iterdir() if name.is_dir() and name.name != "build")
     known = {
@@ -376,7 +393,7 @@ def check_names(path, documents):
         r"\b(CmdData\w+|TypeC_\w+)": lambda name: name in CODE,
         r"(?<![\w.*}/)])(/(?:tmp|run|var|sys/devices|etc/log4cpp|usr/share/status_json_service)\b[\w./-]*)":
             lambda name: any(f"{one}/".startswith(name.rstrip("./") + "/") for one in paths),
-        r"/usr/(s?bin/status\w+)": ("sbin/status_json_service", "bin/statusctl").__contains__,
+        r"/usr/(s?bin/status\w+)": ("sbin/status_json_service", "sbin/status_mqtt", "bin/statusctl").__contains__,
         r"(?<![\w.*/-])([\w-]+)\.json\b": lambda name: name in DOCUMENTS,
         rf"(?<![\w./-])((?:{folders})/[\w./-]*\w)(?![{{\w])": lambda name: (ROOT / name).exists(),
         r"[\w)/]\]\(([^)]+)\)": lambda name: (ROOT / name).exists(),
@@ -399,7 +416,7 @@ def check_names(path, documents):
             r"(?m)^\.(?:Va|Dv|Er|Li|Ev|Vt struct|In [\w/]*?/)[ /]?([\w./-]+?)(?: .*)?$":
                 lambda name: re.search(rf"\b{re.escape(name)}", CODE) or (ROOT / "core" / name).exists() or
                 Path("/proc/sys", *name.split(".")).exists(),
-            r'(?m)^\.It "(.*?)(?:: \.\.\.)?"$':
+            r'(?m)^\.It "(.*?)(?::? \.\.\.)?"$':
                 lambda text: '"' + re.sub(r"=\d+$", "=%d", text.replace("\\&", "")) in STRINGS}
     for pattern, is_known in known.items():
         for match in re.finditer(pattern, source(path)):
