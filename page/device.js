@@ -69,7 +69,8 @@ class DeviceView {
           element("p", {class: "note"}, "Since this page was opened, the newest first."), changes)),
       element("section", {class: "card documents"}, element("h3", {}, "Documents"),
         ...Object.keys(DOCUMENTS).map((name) => this.document(name))));
-    this.show(false);
+    this.newest = this.model.devices.get(name)?.changes[0];
+    this.show();
   }
 
   close() {
@@ -77,8 +78,10 @@ class DeviceView {
     this.root.replaceChildren();
   }
 
-  show(isChange = true) {
+  show() {
     const device = this.model.devices.get(this.name) ?? new Device(this.name);
+    const isChange = device.changes[0] !== this.newest; // more than a first document
+    this.newest = device.changes[0];
     setAttribute(this.root, "data-availability", device.availability || "unknown");
     for (const show of this.bindings) show(device, isChange);
   }
@@ -132,7 +135,7 @@ class DeviceView {
       setAttribute(outline, "d", outer);
       setAttribute(inside, "d", inner);
       setAttribute(port, "data-tone", reading.tone);
-      setText(type, reading.type ?? "");
+      setText(type, reading.type?.replace("USB-Ethernet", "USB") ?? "");
     });
     return port;
   }

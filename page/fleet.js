@@ -45,22 +45,23 @@ class Row {
   }
 
   show(device) {
-    const isNew = !this.readings;
+    const isChange = device.changes[0] !== this.newest; // more than a first document
+    this.newest = device.changes[0];
     this.device = device;
     this.readings = COLUMNS.map((column) => column.read(device));
     this.readings.forEach((reading, index) => {
       const {node, main, sub, signs} = this.cells[index];
-      let isChanged = setText(main, reading.main);
-      isChanged = setText(sub, reading.sub) || isChanged;
+      let isOther = setText(main, reading.main);
+      isOther = setText(sub, reading.sub) || isOther;
       signs.forEach((sign, at) => {
         const {name, main: state, sub: mode, tone} = reading.signs[at];
         const label = [`${name}: ${state}`, mode].filter(Boolean).join(", ");
-        isChanged = setAttribute(sign, "aria-label", label) || isChanged;
+        isOther = setAttribute(sign, "aria-label", label) || isOther;
         setAttribute(sign, "title", label);
         setAttribute(sign, "data-tone", tone);
       });
       setAttribute(node, "data-tone", reading.tone ?? "");
-      if (isChanged && !isNew) lightUp(node);
+      if (isOther && isChange) lightUp(node);
     });
     setAttribute(this.node, "data-availability", device.availability || "unknown");
     this.text = this.readings.map(({main, sub}) => `${main} ${sub}`).join(" ").toLowerCase();

@@ -64,25 +64,25 @@ class Device {
     this.availability = ""; // "online", "offline", or empty: not known
     this.since = null; // when the availability changed, if that was seen
     this.documents = {}; // by name: {text, value, problem, at}
-    this.stated = []; // problems, as the device states them
+    this.stated = null; // problems, as the device states them: lines, or null
     this.changes = []; // {at, document, path, before, after}, the newest first
     this.heard = 0; // the last message; times are milliseconds, as of Date.now()
   }
 
   get problems() {
     const found = Object.entries(this.documents).filter(([, document]) => document.problem);
-    return [...this.stated, ...found.map(([name, document]) => `${name}: ${document.problem}`)];
+    return [...this.stated ?? [], ...found.map(([name, document]) => `${name}: ${document.problem}`)];
   }
 
   get isEmpty() {
-    return !this.availability && !this.stated.length && !Object.keys(this.documents).length;
+    return !this.availability && !this.stated && !Object.keys(this.documents).length;
   }
 
   take(part, text, now) {
     this.heard = now;
     if (Object.hasOwn(DOCUMENTS, part)) this.takeDocument(part, text, now);
     else if (part === "availability") this.takeAvailability(text, now);
-    else if (part === "problems") this.stated = linesOf(text);
+    else if (part === "problems") this.takeProblems(text, now);
   }
 
   takeAvailability(text, now) {
@@ -92,6 +92,12 @@ class Device {
       this.note(now, "availability", [["", this.availability, next || undefined]]);
     }
     this.availability = next;
+  }
+
+  takeProblems(text, now) {
+    const next = text === "" ? null : linesOf(text);
+    if (this.stated && next) this.note(now, "problems", differences(this.stated, next));
+    this.stated = next;
   }
 
   takeDocument(name, text, now) {
@@ -117,7 +123,7 @@ class Device {
 
 function linesOf(text) {
   try {
-    const lines = text === "" ? [] : JSON.parse(text);
+    const lines = JSON.parse(text);
     return Array.isArray(lines) ? lines.map(String) : ["problems: not an array"];
   } catch {
     return ["problems: not JSON"];

@@ -45,12 +45,12 @@ function modeOf(video) {
   return size && size + scan + (rate ? ` ${rounded(rate, 2)} Hz` : "");
 }
 
-/** "LPCM 48 kHz, 2 ch", or empty if there is no sound. */
+/** "LPCM 48 kHz 2 ch", or empty if there is no sound. */
 function audioText(audio) {
   if (!flagAt(audio, "signal_present")) return "";
   const channels = numberAt(audio, "channel");
   const words = [textAt(audio, "format"), textAt(audio, "sample_frequency")].filter(Boolean);
-  return [words.join(" "), channels && `${channels} ch`].filter(Boolean).join(", ") || "Sound";
+  return [words.join(" "), channels && `${channels} ch`].filter(Boolean).join(" ") || "Sound";
 }
 
 /** {main, sub, tone} of all sound that comes in: a line for each video input. */
