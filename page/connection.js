@@ -11,10 +11,8 @@ function brokerAddress(asked, page) {
   const scheme = page.protocol === "https:" ? "wss:" : "ws:";
   if (!asked && !page.host) throw new Error("Name a broker in the address: ?broker=ws://HOST:PORT");
   const text = asked ? (/^\w+:\/\//.test(asked) ? asked : `${scheme}//${asked}`) : `${scheme}//${page.host}/mqtt`;
-  let url;
-  try {
-    url = new URL(text);
-  } catch {
+  const url = URL.canParse(text) ? new URL(text) : null;
+  if (!url || !/^([\w.-]+|\[.*\])$/.test(url.hostname)) {
     throw new Error(`“${asked}” is no address of a broker: say ws://HOST:PORT or wss://HOST:PORT`);
   }
   if (!["ws:", "wss:"].includes(url.protocol)) {

@@ -62,7 +62,7 @@ function tell(kind, text) {
     const what = lastContact ? `The connection to ${connection.address} is lost` : `No answer from ${connection.address}`;
     text = `${what}${text && ` (${text})`}.${old} Trying again by itself.`;
   } else {
-    text += isOnline ? "" : `.${old}`;
+    text = isOnline ? text : `${text.replace(/\.$/, "")}.${old}`;
   }
   // While it tries again and again, the text stays, so that a screen reader says it once.
   if (kind !== "connecting" || line.dataset.kind !== "waiting") {
