@@ -162,7 +162,7 @@ class DeviceView {
   }
 
   usbTable() {
-    return element("table", {class: "usb"},
+    return element("table", {class: "usb"}, element("caption", {}, "Partner and charging"),
       element("thead", {}, element("tr", {}, element("td", {}),
         ...[1, 2].map((index) => element("th", {scope: "col"}, `Port ${index}`)))),
       element("tbody", {}, ...USB_ROWS.map(([title, read]) => element("tr", {}, element("th", {scope: "row"}, title),
