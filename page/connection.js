@@ -28,7 +28,7 @@ class Connection {
    * password are wanted) or "refused" (for good). `take(topic, text)`: a message.
    */
   constructor(address, filter, tell, take) {
-    Object.assign(this, {address, filter, tell, take, failures: 0, login: {}, timer: 0});
+    Object.assign(this, {address, filter, tell, take, failures: 0, login: {}, timer: 0, since: 0});
     addEventListener("online", () => this.timer && this.open());
   }
 
@@ -58,6 +58,7 @@ class Connection {
     let reason = "";
     let isOver = false;
     client.on("connect", () => {
+      this.since = Date.now();
       client.subscribe(this.filter, {qos: 0}, (error, grants) => {
         const isRefused = error || grants.some((grant) => grant.qos >= 128);
         if (isRefused && !client.disconnecting) {

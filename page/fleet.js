@@ -134,10 +134,10 @@ class Fleet {
 
   /** The rows that are asked for, in the order that is asked for. */
   wanted() {
-    const text = this.search.value.trim().toLowerCase();
+    const words = this.search.value.toLowerCase().split(/\s+/);
     const {order = (reading) => `${reading.main} ${reading.sub}`} = COLUMNS[this.column];
     const rows = [...this.rows.values()]
-      .filter((row) => row.text.includes(text) && FILTERS[this.filter](row.device));
+      .filter((row) => words.every((word) => row.text.includes(word)) && FILTERS[this.filter](row.device));
     for (const row of rows) row.order = order(row.readings[this.column]);
     const compare = (a, b) => typeof a === "number" ? a - b : this.collator.compare(a, b);
     return rows.sort((a, b) =>

@@ -1,7 +1,7 @@
 "use strict";
 // Joins the parts: what comes from the broker is gathered, and shown once a frame.
 
-const SILENCE_MS = 3000; // after a connection, until what was not heard again is doubted
+const SILENCE_MS = 5000; // after a connection, until what was not heard again is doubted
 
 const parameters = new URLSearchParams(location.search);
 const model = new Model(parameters.get("prefix") ?? "status");
@@ -75,8 +75,8 @@ function tell(kind, text) {
   login.hidden = kind !== "login" && (kind !== "connecting" || login.hidden);
   if (kind === "login") login.elements.user.focus();
   if (isOnline) {
-    const since = Date.now();
-    setTimeout(() => isOnline && schedule(model.doubt(since)), SILENCE_MS);
+    const {since} = connection;
+    setTimeout(() => isOnline && since === connection.since && schedule(model.doubt(since)), SILENCE_MS);
   }
 }
 

@@ -278,6 +278,9 @@ def facts(inputs, usb_host, ethernet):
         (r"^User=(\S+)|^u (\S+) -|-o (\S+) -g|chown -hR ([\w-]+):",
          constant("packaging/status_json_service.service", r"User=(\S+)")),
         (r"groupadd --system (\S+)|-o \S+ -g (\S+)", constant("packaging/limit-senders.conf", r" -g (\S+)")),
+        *((pattern, int(constant(f"page/{name}.js", rf"{of}_MS = (\d+)")) // 1000) for pattern, name, of in (
+            (r"the page for (#) seconds", "fleet", "UNATTENDED"), (r"nothing of it\s+(#) seconds", "main", "SILENCE"),
+            (r"after at most (#) seconds", "connection", "LONGEST_WAIT"))),
         *mqtt_facts(), (r"(?:for|in|from) C(\d\d)\b", 11), (r"C\+\+(\d+)", constant("CMakeLists.txt", r"CXX_STANDARD (\d+)")),
     ]
 
