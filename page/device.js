@@ -44,7 +44,7 @@ const USB_ROWS = [
 function timingText(video, prefix, member) {
   const value = at(video, "timing", `${prefix}_${member}`);
   if (member === "sync_frequency_hz") return hertz(numberAt(value));
-  return typeof value === "number" ? String(value) : textAt(value).toLowerCase() || "–";
+  return numberAt(value) ? String(value) : textAt(value).toLowerCase() || "–";
 }
 
 class DeviceView {

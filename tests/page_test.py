@@ -218,6 +218,7 @@ class Page(unittest.TestCase):
                                  "[port.innerText.replace(/\\s+/g, ' '), port.dataset.tone])")
         self.assertEqual(ports[5:8], [["LAN1 UTP 1000 Mbps full duplex", "good"], ["LAN2 UTP Off", "off"],
                                       ["LAN3 SFP No link", "idle"]])
+        self.assertIn("Front porch\t–\t–\n", self.text(".card:nth-child(1) .timing tbody"))
         self.assertEqual(self.text(".card:nth-child(2) .timing tbody"), "\n".join((
             "Active\t3840\t2160", "Front porch\t176\t8", "Sync pulse\t88\t10", "Back porch\t296\t72", "Total\t4400\t2250",
             "Frequency\t135 kHz\t60 Hz", "Polarity\tpositive\tpositive")))
@@ -289,13 +290,15 @@ class Page(unittest.TestCase):
         self.wait_for_text("#connection", "wants a user")
         violations = self.browser.execute_async_script("""
             const [port, done] = arguments, found = [];
-            addEventListener("securitypolicyviolation", (event) => found.push(event.effectiveDirective));
+            addEventListener("securitypolicyviolation", (event) =>
+                found.push(`${event.effectiveDirective} ${event.blockedURI.split(':')[0]}`));
             fetch(`http://127.0.0.1:${port}/`).catch(() => 0);
             try { new WebSocket(`ws://127.0.0.1:${port}/`); } catch {}
             document.body.append(element("img", {src: "x.png"}), element("script", {src: "http://127.0.0.1:9/x.js"}));
             document.body.insertAdjacentHTML("beforeend", "<b style='color: red' onclick='x()'>x</b>");
             setTimeout(() => done(found.sort()), 500);""", 1883)
-        self.assertEqual(sorted(set(violations)), ["connect-src", "img-src", "script-src-attr", "script-src-elem", "style-src-attr"])
+        self.assertEqual(sorted(set(violations)), ["connect-src http", "connect-src ws", "img-src http",
+                                                   "script-src-attr inline", "script-src-elem http", "style-src-attr inline"])
         self.browser.get_log("browser")  # which states them
 
     def test_damage(self):
