@@ -70,7 +70,7 @@ function tell(kind, text) {
     line.dataset.kind = kind;
   }
   document.body.dataset.connection = isOnline ? "online" : lastContact ? "lost" : "none";
-  fleet.waitingFor = isOnline ? `No device has said anything below ${model.prefix}/ yet.` : "";
+  fleet.waitingFor = isOnline ? `Nothing has come below ${model.prefix}/: no device has published, or this user may not read it.` : "";
   fleet.sayIfEmpty();
   login.hidden = kind !== "login" && (kind !== "connecting" || login.hidden);
   if (kind === "login") login.elements.user.focus();

@@ -25,6 +25,7 @@ ROOT = Path(__file__).resolve().parent.parent
 BIN, SCREENSHOTS = (Path(argument).resolve() for argument in sys.argv[1:3])
 PAGE = "http://127.0.0.1:8080/"
 DOCUMENTS = ("inputs", "usb-host", "ethernet", "power", "outputs")
+PUBLISHER = (BIN / "status_mqtt", "--host", "127.0.0.1", "--device", "studio", "--longest-wait", "1")
 PATIENCE = 60
 running = []
 
@@ -53,10 +54,11 @@ def start_broker(edit=lambda text: text):
     """With the shipped configuration, but for the places of the files."""
     folder = Path("/tmp/broker")
     folder.mkdir(exist_ok=True)
-    shutil.copy(ROOT / "packaging/status_json_page.acl", folder)
-    text = (ROOT / "packaging/status_json_page.conf").read_text().replace("/etc/mosquitto", str(folder))
+    for path in (ROOT / "packaging").glob("mosquitto-*.acl"):
+        shutil.copy(path, folder)
+    text = edit((ROOT / "packaging/mosquitto-page.conf").read_text()).replace("/etc/mosquitto", str(folder))
     text = text.replace("/usr/share/status_json_page", str(ROOT / "page"))
-    (folder / "conf").write_text(edit(text) + "\nuser root\nmax_queued_messages 0\n")
+    (folder / "conf").write_text(text + "\nuser root\nmax_queued_messages 0\n")
     broker = start("mosquitto", "-c", folder / "conf")
     wait_for("the broker", lambda: broker.poll() is not None or is_open(1883) and is_open(8080))
     return broker
@@ -109,7 +111,7 @@ class Page(unittest.TestCase):
 
     def setUp(self):
         self.broker = start_broker()
-        self.publisher = start(BIN / "status_mqtt", "--host", "127.0.0.1", "--device", "studio", "--longest-wait", "1")
+        self.publisher = start(*PUBLISHER)
         self.media("light")
         self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                                      {"width": 1400, "height": 1000, "deviceScaleFactor": 1, "mobile": False})
@@ -245,7 +247,7 @@ class Page(unittest.TestCase):
         self.wait_for_text(self.row("ghost"), "not known")
         stop(self.publisher)
         self.wait_for_text(self.cell("studio", "State"), "Offline")
-        self.publisher = start(BIN / "status_mqtt", "--host", "127.0.0.1", "--device", "studio", "--longest-wait", "1")
+        self.publisher = start(*PUBLISHER)
         self.wait_for_text(self.cell("studio", "State"), "Online")
         publish([(f"gone/{part}", "") for part in (*DOCUMENTS, "availability", "problems")])
         wait_for("the device to leave", lambda: not self.text(self.row("gone")))
@@ -263,22 +265,28 @@ class Page(unittest.TestCase):
         self.wait_for_text("#device .state", "nothing of a device of this name")
 
     def test_refusals(self):
-        subprocess.run(["mosquitto_passwd", "-b", "-c", "/tmp/broker/passwords", "viewer", "right"], check=True)
+        stop(self.publisher)
         stop(self.broker)
-        self.broker = start_broker(lambda text: text.replace(
-            "page\nallow_anonymous true\n", "page\nallow_anonymous false\npassword_file /tmp/broker/passwords\n"))
-        with open("/tmp/broker/status_json_page.acl", "a", encoding="utf-8") as acl:
-            acl.write("user viewer\ntopic read status/#\n")
-        self.broker.send_signal(signal.SIGHUP)
-        self.open()
-        self.wait_for_text("#connection", "wants a user and a password")
-        for password, text in (("wrong", "Wrong user or password"), ("right", "Connected")):
-            for name, value in (("user", "viewer"), ("password", password)):
+        Path("/tmp/password").write_text("right", encoding="utf-8")
+        Path("/tmp/broker/mosquitto-page.passwords").touch()
+        for user in ("operator", "studio", "stranger"):
+            subprocess.run(["mosquitto_passwd", "-b", "/tmp/broker/mosquitto-page.passwords", user, "right"], check=True)
+        # The lines that serve the page beside the configuration for devices.
+        self.broker = start_broker(lambda text: text[text.index("#listener"):text.index("per_listener")].replace("#", "") +
+                                   "allow_anonymous false\nacl_file /etc/mosquitto/mosquitto-devices.acl\nlistener 1883")
+        self.publisher = start(*PUBLISHER, "--user", "studio", "--password-file", "/tmp/password")
+        for user, password, place, text in (
+                ("stranger", "right", "#no-rows", "this user may not read"),
+                ("operator", "wrong", "#connection", "Wrong user or password"), ("operator", "right", "#connection", "Connected")):
+            if not self.text("#login"):
+                self.open()
+                self.wait_for_text("#connection", "wants a user and a password")
+            for name, value in (("user", user), ("password", password)):
                 field = self.browser.find_element(By.NAME, name)
                 field.clear()
                 field.send_keys(value)
             field.send_keys(Keys.ENTER)
-            self.wait_for_text("#connection", text)
+            self.wait_for_text(place, text)
         self.wait_for_text(self.cell("studio", "State"), "Online")
         self.assertEqual(self.text("#login"), "")
         for broker, text in (("ws://127.0.0.1:9", "No answer from ws://127.0.0.1:9"), ("http://a", "not by http://"),
@@ -288,17 +296,17 @@ class Page(unittest.TestCase):
 
         self.open(PAGE + "?broker=ws://127.0.0.1:8080")
         self.wait_for_text("#connection", "wants a user")
-        violations = self.browser.execute_async_script("""
-            const [port, done] = arguments, found = [];
+        self.run_in_page("""
+            window.found = new Set();
             addEventListener("securitypolicyviolation", (event) =>
-                found.push(`${event.effectiveDirective} ${event.blockedURI.split(':')[0]}`));
-            fetch(`http://127.0.0.1:${port}/`).catch(() => 0);
-            try { new WebSocket(`ws://127.0.0.1:${port}/`); } catch {}
+                found.add(`${event.effectiveDirective} ${event.blockedURI.split(':')[0]}`));
+            fetch("http://127.0.0.1:1883/").catch(() => 0);
+            try { new WebSocket("ws://127.0.0.1:1883/"); } catch {}
             document.body.append(element("img", {src: "x.png"}), element("script", {src: "http://127.0.0.1:9/x.js"}));
-            document.body.insertAdjacentHTML("beforeend", "<b style='color: red' onclick='x()'>x</b>");
-            setTimeout(() => done(found.sort()), 500);""", 1883)
-        self.assertEqual(sorted(set(violations)), ["connect-src http", "connect-src ws", "img-src http",
-                                                   "script-src-attr inline", "script-src-elem http", "style-src-attr inline"])
+            document.body.insertAdjacentHTML("beforeend", "<b style='color: red' onclick='x()'>x</b>");""")
+        wait_for("the policy", lambda: sorted(self.run_in_page("return [...found]")) == [
+            "connect-src http", "connect-src ws", "img-src http", "script-src-attr inline", "script-src-elem http",
+            "style-src-attr inline"])
         self.browser.get_log("browser")  # which states them
 
     def test_damage(self):
