@@ -38,7 +38,10 @@ const USB_ROWS = [
   ["DisplayPort pins", (port) => textAt(port, "generic", "active_dp_alt_mode_pins")],
   ["Charging", (port) => textAt(port, "charging", "charging_state")],
   ["Voltage and current", chargeText],
-  ["Charging allowed", (port) => ({true: "yes", false: "no"})[at(port, "charging", "control", "charging_enabled")] ?? ""],
+  ["Charging allowed", (port) => {
+    const isAllowed = at(port, "charging", "control", "charging_enabled");
+    return isAllowed === true ? "yes" : isAllowed === false ? "no" : "";
+  }],
 ];
 
 function timingText(video, prefix, member) {
@@ -200,7 +203,7 @@ function stateText(device) {
 }
 
 function valueText(value) {
-  return value === undefined ? "nothing" : JSON.stringify(value);
+  return value === undefined ? "nothing" : shortened(JSON.stringify(value));
 }
 
 function documentText(document) {

@@ -11,6 +11,7 @@ const line = document.querySelector("#connection");
 const login = document.querySelector("#login");
 const changed = new Set();
 let frame = 0;
+let scrolled = 0; // how far the fleet was, when it was left
 let lastContact = 0;
 let isOnline = false;
 
@@ -44,12 +45,12 @@ function follow() {
   document.querySelector("#device").hidden = !name;
   document.title = name ? `${name} – device status` : "Device status";
   if (name) {
-    follow.scrolled = left === null ? scrollY : follow.scrolled;
+    if (left === null) scrolled = scrollY;
     view.heading.focus({preventScroll: true});
     scrollTo(0, 0);
   } else {
     schedule([]);
-    scrollTo(0, follow.scrolled ?? 0);
+    scrollTo(0, scrolled);
     if (left) fleet.rows.get(left)?.link.focus({preventScroll: true});
   }
 }

@@ -7,12 +7,13 @@ const DOCUMENTS = {
   inputs: "inputs", "usb-host": "usb_c", ethernet: "ethernet", power: "power", outputs: "outputs",
 };
 const LONGEST_HISTORY = 100;
-const DEEPEST = 16; // levels of a document that are compared
+const DEEPEST = 16; // levels of a document
+const LONGEST_TEXT = 200;
 
 /** The value at the end of the path, or undefined. */
 function at(value, ...path) {
   for (const key of path) {
-    if (value === null || typeof value !== "object" || !Object.hasOwn(value, key)) return undefined;
+    if (!isBranch(value) || !Object.hasOwn(value, key)) return undefined;
     value = value[key];
   }
   return value;
@@ -21,7 +22,11 @@ function at(value, ...path) {
 /** The text there; empty also for N/A, which says that there is none. */
 function textAt(...path) {
   const text = at(...path);
-  return typeof text === "string" && text !== "N/A" ? text : "";
+  return typeof text === "string" && text !== "N/A" ? shortened(text) : "";
+}
+
+function shortened(text) {
+  return text.length > LONGEST_TEXT ? `${text.slice(0, LONGEST_TEXT)}…` : text;
 }
 
 /** The number there, or 0, which says that there is none. */
@@ -44,17 +49,25 @@ function entriesOf(device, name) {
   return Array.isArray(entries) ? entries : [];
 }
 
+function isBranch(value) {
+  return value !== null && typeof value === "object";
+}
+
+function isDeeper(value, levels) {
+  return isBranch(value) &&
+      (levels === 0 || Object.values(value).some((inner) => isDeeper(inner, levels - 1)));
+}
+
 /** The members that differ, as [path, before, after]. */
-function* differences(before, after, path = "", depth = 0) {
+function* differences(before, after, path = "") {
   if (before === after) return;
-  const isBranch = (value) => value !== null && typeof value === "object";
-  if (!isBranch(before) || !isBranch(after) || depth === DEEPEST) {
-    if (JSON.stringify(before) !== JSON.stringify(after)) yield [path, before, after];
+  if (!isBranch(before) || !isBranch(after)) {
+    yield [path, before, after];
     return;
   }
   for (const key of new Set([...Object.keys(before), ...Object.keys(after)])) {
     const step = Array.isArray(after) ? `[${key}]` : path ? `.${key}` : key;
-    yield* differences(at(before, key), at(after, key), path + step, depth + 1);
+    yield* differences(at(before, key), at(after, key), path + step);
   }
 }
 
@@ -124,7 +137,8 @@ class Device {
 function linesOf(text) {
   try {
     const lines = JSON.parse(text);
-    return Array.isArray(lines) ? lines.map(String) : ["problems: not an array"];
+    const isStated = Array.isArray(lines) && lines.every((line) => typeof line === "string");
+    return isStated ? lines.map(shortened) : ["problems: no array of lines"];
   } catch {
     return ["problems: not JSON"];
   }
@@ -137,6 +151,7 @@ function parsed(name, text) {
   } catch (error) {
     return {problem: `not JSON (${error.message})`};
   }
+  if (isDeeper(value, DEEPEST)) return {problem: "nested too deeply"};
   const member = DOCUMENTS[name];
   const content = at(value, member);
   const wanted = name === "power" ? "object" : "array";

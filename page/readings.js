@@ -26,6 +26,11 @@ function hertz(number) {
   return `${rounded(number / size, 3)} ${unit}`;
 }
 
+/** The word for a document's word; empty for one that is none of these. */
+function worded(words, word) {
+  return Object.hasOwn(words, word) ? words[word] : "";
+}
+
 /** {main, sub, tone} of a video input. */
 function videoReading(entry) {
   const video = at(entry, "video");
@@ -39,7 +44,7 @@ function videoReading(entry) {
 
 /** "1920×1080p 60 Hz" */
 function modeOf(video) {
-  const scan = {Progressive: "p", Interlaced: "i"}[textAt(video, "timing", "scan")] ?? "";
+  const scan = worded({Progressive: "p", Interlaced: "i"}, textAt(video, "timing", "scan"));
   const size = textAt(video, "active_resolution").replace("x", "×");
   const rate = numberAt(video, "refresh_rate_hz");
   return size && size + scan + (rate ? ` ${rounded(rate, 2)} Hz` : "");
@@ -84,8 +89,8 @@ function lanReading(device, position) {
   if (at(entry, "link", "status") === undefined) return {name, type, main: NOT_KNOWN, sub: "", tone: ""};
   if (flagAt(entry, "link", "status")) {
     const speed = textAt(entry, "link", "speed").replace("Mbps", " Mbps");
-    const mode = {FULL: "full duplex", HALF: "half duplex"}[textAt(entry, "link", "mode")];
-    return {name, type, main: speed || "Link", sub: mode ?? "", tone: "good"};
+    const mode = worded({FULL: "full duplex", HALF: "half duplex"}, textAt(entry, "link", "mode"));
+    return {name, type, main: speed || "Link", sub: mode, tone: "good"};
   }
   if (at(entry, "control", "enabled") === false) return {name, type, main: "Off", sub: "", tone: "off"};
   return {name, type, main: "No link", sub: "", tone: "idle"};
