@@ -2,7 +2,7 @@
 // Documents in words, for both views. A tone says how it stands: "good", "weak" (there, but not in
 // use), "bad", "off" (switched off), "idle" (nothing there) or "" (not known).
 
-const NOT_KNOWN = "not known";
+const NOT_KNOWN = "Not known";
 
 /** The entry of a port: by its type, else one without a type at the position. */
 function inputOf(device, type, position) {
@@ -147,8 +147,8 @@ function stateReading(device) {
   const count = device.problems.length;
   const sub = count ? `${count} problem${count > 1 ? "s" : ""}` : "";
   if (device.availability === "offline") return {main: "Offline", sub, tone: "bad", rank: 0};
-  if (count) return {main: device.availability ? "Online" : "Not known", sub, tone: "weak", rank: 1};
-  if (!device.availability) return {main: "Not known", sub, tone: "", rank: 2};
+  if (count) return {main: device.availability ? "Online" : NOT_KNOWN, sub, tone: "weak", rank: 1};
+  if (!device.availability) return {main: NOT_KNOWN, sub, tone: "", rank: 2};
   return {main: "Online", sub, tone: "good", rank: 3};
 }
 
