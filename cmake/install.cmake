@@ -58,3 +58,10 @@ foreach(section_and_component 1:tools 3:development 5:development 8:service)
     install(FILES ${manuals} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
             COMPONENT ${component})
 endforeach()
+
+# The page is served from its folder as it is.
+set(page_dir ${CMAKE_INSTALL_DATADIR}/status_json_page)
+file(GLOB page page/*.html page/*.css page/*.js)
+install(FILES ${page} DESTINATION ${page_dir} COMPONENT page)
+install(DIRECTORY page/mqtt DESTINATION ${page_dir} COMPONENT page)
+install(FILES man/status_json_page.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT page)

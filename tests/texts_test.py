@@ -270,7 +270,7 @@ def mqtt_facts():
     plain, tls = re.search(r'"(\d+)" : "(\d+)"', source("tools/status_mqtt/options.cpp")).groups()
     return [
         (r"QoS (#)", in_code(r"at_least_once = (\d)")), (r"(?:in|and) MQTT (#)", 5), (r"(#) by default, and (#) with", plain, tls),
-        (r"#port (#)$|^listener (#)$", tls), (r"tried; (#) by default, (#) at least", numbers["keepalive"][-1], numbers["keepalive"][0]),
+        (r"#port (#)$|^listener (#)\ncafile", tls), (r"tried; (#) by default, (#) at least", numbers["keepalive"][-1], numbers["keepalive"][0]),
         (r"of a topic; (#) by", numbers["pause"][-1]), (r"connect; (#) by", numbers["longest-wait"][-1]),
         (r"from (#) second to", int(in_code(r"first_\{(\d+)\}")) // 1000), (r"lasted (#) seconds", in_code(r"lasting\((\d+)\)")),
         (r"between (#) |of (#) connections", 2), (r"port (9642)", 9642), (r"\.It (#)\s+The system", 1), (r"\.It (#)\s+An option", 2),
@@ -330,6 +330,9 @@ def facts(inputs, usb_host, ethernet):
         (r"^User=(\S+)|^u (\S+) -|-o (\S+) -g|chown -hR ([\w-]+):",
          constant("packaging/status_json_service.service", r"User=(\S+)")),
         (r"groupadd --system (\S+)|-o \S+ -g (\S+)", constant("packaging/limit-senders.conf", r" -g (\S+)")),
+        *((pattern, int(constant(f"page/{name}.js", rf"{of}_MS = (\d+)")) // 1000) for pattern, name, of in (
+            (r"the page for (#) seconds", "fleet", "UNATTENDED"), (r"nothing of it\s+(#) seconds", "main", "SILENCE"),
+            (r"after at most (#) seconds", "connection", "LONGEST_WAIT"))),
         *mqtt_facts(), (r"(?:for|in|from) C(\d\d)\b", 11), (r"C\+\+(\d+)", constant("CMakeLists.txt", r"CXX_STANDARD (\d+)")),
     ]
 
