@@ -255,9 +255,12 @@ int run_send(const Arguments& arguments)
         return show(steps.front()) ? 0 : 1;
     }
     const bool echo = arguments.has("echo");
-    const bool all_sent = std::all_of(steps.begin(), steps.end(),
-                                      [echo](const Step& step) { return play(step, echo); });
-    return all_sent ? 0 : 1;
+    for (const Step& step : steps) {
+        if (!play(step, echo)) {
+            return 1;
+        }
+    }
+    return 0;
 }
 
 constexpr option options[] = {help_option,
