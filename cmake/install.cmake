@@ -29,6 +29,9 @@ endif()
 if(BUILD_MQTT)
     install(TARGETS status_mqtt RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT mqtt)
     install(FILES man/status_mqtt.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT mqtt)
+    install(FILES packaging/status_mqtt.service DESTINATION lib/systemd/system COMPONENT startup)
+    install(PROGRAMS packaging/status_mqtt.init DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/init.d
+            RENAME status_mqtt COMPONENT startup)
 endif()
 
 install(TARGETS statusjson_shared LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

@@ -211,6 +211,7 @@ class Publishing(Case):
         observer = self.start(Observer)
         observer.wait_until_right()
         self.assertEqual(observer.messages[-1], ("status/d1/availability", "online"))
+        self.assertEqual(publisher.output().count("Connection refused"), 1)
         late = self.start(Observer)
         late.wait_until_right()  # all is retained
         send("link_status port=USB-C isConnect=1", "power_status Adapter")
