@@ -152,7 +152,7 @@ TEST_F(Client, ReportsComeAsTheyAreOrFailAtOnce)
     const Lines logged = logged_by([&] {
         EXPECT_EQ(status_json_send(MSG_TYPE_LINK_STATUS, &link, sizeof link, at_once_ms), 0);
         EXPECT_EQ(status_json_send_text(MSG_TYPE_POWER_V_VALUE, "510", at_once_ms), 0);
-        EXPECT_EQ(status_json_send(7654321, longest.data(), longest.size(), minute_ms), 0);
+        EXPECT_EQ(status_json_send_text(7654321, longest.c_str(), minute_ms), 0);
         EXPECT_EQ(status_json_send(7654322, nullptr, 0, at_once_ms), 0);
         EXPECT_EQ(status_json_send_datagram(bytes, sizeof bytes, at_once_ms), 0);
         EXPECT_EQ(status_json_send_text(7654321, (longest + "7").c_str(), at_once_ms), -1);
