@@ -215,6 +215,7 @@ class Publishing(Case):
         late = self.start(Observer)
         late.wait_until_right()  # all is retained
         send("link_status port=USB-C isConnect=1", "power_status Adapter")
+        wait_until("the service", lambda: document("power")["power"]["power_source"] == "Adapter")
         observer.wait_until_right()  # inputs too, whose event it may not hear
         for name in NAMES:
             schema = json.loads((ROOT / f"schemas/{name}.schema.json").read_text())
