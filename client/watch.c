@@ -32,13 +32,13 @@ struct status_json_watch {
 
 /*
  * The folder is removed and made anew when the service is started again under systemd. The old
- * one may live on elsewhere, or in the events that are still to be taken.
+ * one may live on elsewhere.
  */
 static void follow_folder(struct status_json_watch* watch)
 {
-    const int folder = inotify_add_watch(
-        watch->files, STATUS_JSON_FOLDER,
-        IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_MOVE_SELF | IN_ONLYDIR);
+    const int folder =
+        inotify_add_watch(watch->files, STATUS_JSON_FOLDER,
+                          IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_ONLYDIR);
     if (watch->folder != -1 && watch->folder != folder) {
         inotify_rm_watch(watch->files, watch->folder);
     }
@@ -48,17 +48,13 @@ static void follow_folder(struct status_json_watch* watch)
 static unsigned documents_of_change(struct status_json_watch* watch,
                                     const struct inotify_event* change, const char* name)
 {
-    if ((change->mask & IN_Q_OVERFLOW) != 0) {
+    const int is_of_folder =
+        change->wd == watch->parent && strcmp(name, STATUS_JSON_FOLDER_NAME) == 0;
+    if (is_of_folder || (change->mask & IN_Q_OVERFLOW) != 0) {
         follow_folder(watch);
         return ALL_DOCUMENTS;
     }
-    const int of_parent = change->wd == watch->parent && strcmp(name, STATUS_JSON_FOLDER_NAME) == 0;
-    const int of_folder = change->wd == watch->folder;
-    if (of_parent || (of_folder && (change->mask & (IN_IGNORED | IN_MOVE_SELF)) != 0)) {
-        follow_folder(watch);
-        return ALL_DOCUMENTS;
-    }
-    for (unsigned i = 0; of_folder && i < STATUS_JSON_DOCUMENT_COUNT; ++i) {
+    for (unsigned i = 0; change->wd == watch->folder && i < STATUS_JSON_DOCUMENT_COUNT; ++i) {
         if (strcmp(name, status_json_known_documents[i].file) == 0) {
             return 1U << i;
         }
@@ -180,8 +176,9 @@ struct status_json_watch* status_json_watch_open(void)
     watch->folder = -1;
     if (watch->either != -1 && watch->files != -1 && add_to(watch->either, watch->files) == 0 &&
         (watch->events == -1 || add_to(watch->either, watch->events) == 0)) {
-        watch->parent = inotify_add_watch(watch->files, STATUS_JSON_FOLDER_PARENT,
-                                          IN_CREATE | IN_MOVED_TO | IN_ONLYDIR);
+        watch->parent =
+            inotify_add_watch(watch->files, STATUS_JSON_FOLDER_PARENT,
+                              IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_ONLYDIR);
     }
     if (watch->parent != -1) {
         follow_folder(watch); /* after its parent: where it comes between, the parent tells */
