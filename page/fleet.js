@@ -42,6 +42,8 @@ class Row {
     });
     this.cells[0].node.setAttribute("scope", "row");
     this.node = element("tr", {role: "row"}, ...this.cells.map((cell) => cell.node));
+    this.isSeen = true;
+    this.node.addEventListener("contentvisibilityautostatechange", (event) => this.isSeen = !event.skipped);
   }
 
   show(device) {
@@ -61,7 +63,7 @@ class Row {
         setAttribute(sign, "data-tone", tone);
       });
       setAttribute(node, "data-tone", reading.tone ?? "");
-      if (isOther && isChange) lightUp(node);
+      if (isOther && isChange && this.isSeen) lightUp(node);
     });
     setAttribute(this.node, "data-availability", device.availability || "unknown");
     this.text = this.readings.map(({main, sub}) => `${main} ${sub}`).join(" ").toLowerCase();
@@ -118,12 +120,15 @@ class Fleet {
       }
       row.show(device);
     }
+    this.timer ||= setTimeout(() => this.rearrange(), ARRANGE_MS);
+  }
+
+  count() {
     for (const button of this.buttons) {
       const count = [...this.model.devices.values()].filter(FILTERS[button.dataset.filter]).length;
       setText(button.querySelector("b"), count.toLocaleString("en"));
       setAttribute(button, "data-some", String(count > 0));
     }
-    this.timer ||= setTimeout(() => this.rearrange(), ARRANGE_MS);
   }
 
   sortBy(column) {
@@ -149,9 +154,11 @@ class Fleet {
   /** Brings the rows into the order that is asked for, unless that would move them under a reader. */
   rearrange() {
     this.timer = 0;
+    this.count();
     const wanted = this.wanted();
     if (wanted.length === this.shown.length && wanted.every((row, at) => row === this.shown[at])) {
       this.again.hidden = true;
+      this.sayIfEmpty();
       return;
     }
     const isUnattended = Date.now() - this.touchedAt > UNATTENDED_MS && scrollY < 100;
