@@ -175,7 +175,7 @@ class Page(unittest.TestCase):
         """All that is read has the contrast of AA, all that is used has a name, nothing sticks out."""
         for scheme in ("light", "dark"):
             self.media(scheme, "reduce")
-            self.assertEqual(self.run_in_page(CONTRAST), [], f"{name}, {scheme}")
+            self.assertEqual(self.run_in_page((ROOT / "tests/page_contrast.js").read_text()), [], f"{name}, {scheme}")
         tree = self.browser.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"]
         used = [(node["role"]["value"], node.get("name", {}).get("value")) for node in tree if not node["ignored"]]
         for role, label in used:
@@ -433,27 +433,6 @@ def paths_of(value, path=()):
     for key in value if isinstance(value, dict) else range(len(value)) if isinstance(value, list) else ():
         yield (*path, key)
         yield from paths_of(value[key], (*path, key))
-
-
-CONTRAST = """
-const parse = (text) => { const part = text.match(/[\\d.]+/g).map(Number); return part.length < 4 ? [...part, 1] : part; };
-const over = (front, back) => front.slice(0, 3).map((part, at) => part * front[3] + back[at] * (1 - front[3]));
-const ground = (node) => {
-  const colour = parse(getComputedStyle(node).backgroundColor);
-  return colour[3] === 1 || !node.parentElement ? colour : [...over(colour, ground(node.parentElement)), 1];
-};
-const light = (colour) => colour.slice(0, 3).map((part) => part / 255)
-  .map((part) => part <= 0.04045 ? part / 12.92 : ((part + 0.055) / 1.055) ** 2.4)
-  .reduce((sum, part, at) => sum + part * [0.2126, 0.7152, 0.0722][at], 0);
-const faint = new Set();
-for (const node of document.querySelectorAll("body *")) {
-  const text = [...node.childNodes].filter((child) => child.nodeType === 3).map((child) => child.data.trim()).join("");
-  if (!text || !node.checkVisibility()) continue;
-  const [a, b] = [light(parse(getComputedStyle(node).color)), light(ground(node))];
-  const ratio = (Math.max(a, b) + 0.05) / (Math.min(a, b) + 0.05);
-  if (ratio < 4.5) faint.add(`${node.tagName}.${node.className} ${text.slice(0, 20)}: ${ratio.toFixed(2)}`);
-}
-return [...faint].slice(0, 9);"""
 
 
 if __name__ == "__main__":
