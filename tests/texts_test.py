@@ -143,6 +143,13 @@ def check_manuals(changes):
     for row in set(rows) ^ set(true):
         wrong(path, row.split(" Ta ")[0] + " Ta", f"{'missing' if row in true else 'not so'}: {row}")
 
+    path, text = "man/status_mqtt.8", source("man/status_mqtt.8")
+    options = re.findall(r'(?m)^    {"([\w-]+)", required', source("tools/status_mqtt/options.cpp"))
+    for part in re.split(r"\.Sh (?:DESCRIPTION|OPTIONS|FILES)", text)[:3:2]:
+        compare(path, part[:30], "options", re.findall(r"Fl -([\w-]+) Ar", part), options)
+    shown = re.findall(r"(?m)^  --([\w-]+) ", run("status_mqtt", "--help").stdout)
+    compare(path, ".Sh OPTIONS", "options of --help", shown, options)
+
     path, text = "man/statusctl.1", source("man/statusctl.1")
     for start, end, option in ((".Sh SYNOPSIS", ".Sh DESCRIPTION", r"Fl (-[\w-]+)"),
                                (".Cm send\nSends", ".Sh EXIT", r"(?m)^\.It Fl (-[\w-]+)")):

@@ -40,17 +40,17 @@ constexpr option rows[] = {
 
 constexpr const char* usage = R"(Publish the status documents to an MQTT broker
 Usage: status_mqtt --host HOST [OPTION...]
-  --host HOST           The broker's name or address, or the path of its Unix socket
-  --port PORT           Its port; 1883, or 8883 with --ca
-  --device NAME         The device's name, also the client id; the host name
-  --prefix PREFIX       What the topics begin with; status
-  --ca FILE             Use TLS, and trust the authorities of this file
-  --cert FILE           The device's certificate
-  --key FILE            Its private key
-  --user NAME           The user name for the broker
-  --password-file FILE  Whose first line is that user's password
-  --keepalive SECONDS   After which an idle connection is tried; 60
-  --pause SECONDS       Least time between two messages of a document; 1
+  --host HOST             The broker's name or address, or the path of its Unix socket
+  --port PORT             Its port; 1883, or 8883 with --ca
+  --device NAME           The device's name, also the client id; the host name
+  --prefix PREFIX         What the topics begin with; status
+  --ca FILE               Use TLS, and trust the authorities of this file
+  --cert FILE             The device's certificate
+  --key FILE              Its private key
+  --user NAME             The user name for the broker
+  --password-file FILE    Whose first line is that user's password
+  --keepalive SECONDS     After which an idle connection is tried; 60
+  --pause SECONDS         Least time between two messages of a document; 1
   --longest-wait SECONDS  Most time between two attempts to connect; 60
 )"
                               "The same names, without dashes and with a value behind each, may "
