@@ -30,8 +30,9 @@ const char* status_json_path(enum status_json_document document);
 /**
  * Report: a message of a type and its record (of <status_json_service/messages.h>) or its text, or
  * a whole datagram with its header. Give 0; or -1 and EAGAIN: the queue stayed full; ENOENT or
- * ECONNREFUSED: no service, so report when it is back; EACCES: you may not; EMSGSIZE: longer than
- * the service takes; or what socket(2) says. 0 says that it has come, not what became of it.
+ * ECONNREFUSED: no service, so report when it is back; EACCES: you may not; EMSGSIZE: a payload
+ * above 1,015 bytes, which a whole datagram is not checked for; or what socket(2) says. 0 says that
+ * it has come, not what became of it.
  */
 int status_json_send(uint32_t type, const void* payload, size_t size, int patience_ms);
 int status_json_send_text(uint32_t type, const char* text, int patience_ms);
@@ -39,9 +40,10 @@ int status_json_send_datagram(const void* datagram, size_t size, int patience_ms
 
 /**
  * Reads a whole document, once the service has finished rewriting it; a zero byte stands behind
- * it. Free it. `length` (bytes) may be null. Gives null and EAGAIN: not whole in time; ENOENT: not
- * there; EACCES: you may not; EFBIG: above 16 MiB; EINVAL: no regular file; or what open(2),
- * flock(2), read(2) or malloc(3) say. Locks the document for the one read(2) only.
+ * it. Free it. That it is not cut short is checked, its grammar is not. `length` (bytes) may be
+ * null. Gives null and EAGAIN: not whole in time; ENOENT: not there; EACCES: you may not; EFBIG:
+ * above 16 MiB; EINVAL: no regular file; or what open(2), flock(2), read(2) or malloc(3) say. Locks
+ * the document for the one read(2) only.
  */
 char* status_json_read(enum status_json_document document, int patience_ms, size_t* length);
 

@@ -169,12 +169,13 @@ struct status_json_watch* status_json_watch_open(void)
         return NULL;
     }
     watch->owner = getpid();
+    /* Each only where the one before is there: errno is that of the first which is not. */
     watch->either = epoll_create1(EPOLL_CLOEXEC);
-    watch->files = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    watch->events = open_events();
+    watch->files = watch->either == -1 ? -1 : inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    watch->events = watch->files == -1 ? -1 : open_events();
     watch->parent = -1;
     watch->folder = -1;
-    if (watch->either != -1 && watch->files != -1 && add_to(watch->either, watch->files) == 0 &&
+    if (watch->files != -1 && add_to(watch->either, watch->files) == 0 &&
         (watch->events == -1 || add_to(watch->either, watch->events) == 0)) {
         watch->parent =
             inotify_add_watch(watch->files, STATUS_JSON_FOLDER_PARENT,
@@ -202,7 +203,11 @@ unsigned status_json_watch_take(struct status_json_watch* watch)
     if (getpid() != watch->owner) {
         return 0;
     }
-    const unsigned documents = take_changes(watch);
+    unsigned documents = take_changes(watch);
+    if (watch->folder == -1) { /* it may be there and have been out of reach */
+        follow_folder(watch);
+        documents |= watch->folder == -1 ? 0 : ALL_DOCUMENTS;
+    }
     return watch->events == -1 ? documents : documents | take_events(watch->events);
 }
 
