@@ -161,8 +161,10 @@ TEST_F(Messages, LeaveNothingBehindAndAnIdleServiceSleeps)
         EXPECT_LT(after.resident_kib, before.resident_kib + 128);
     }
 #endif
-    events.take_names();
-    EXPECT_EQ(events.wait().name, inputs_document.event);
+    const Lines heard = events.take_names();
+    if (std::count(heard.begin(), heard.end(), inputs_document.event) == 0) {
+        EXPECT_EQ(events.wait().name, inputs_document.event);
+    }
     wait_until("the end of the event's thread",
                [&] { return resources().threads == after.threads; });
 #ifndef THREAD_SANITIZED  // whose runtime has a thread of its own

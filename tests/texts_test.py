@@ -259,6 +259,11 @@ def check_library():
         compare(path, 0, "functions", re.findall(pattern, source(path)), declared)
 
 
+    compare("client/send.c", 0, "longest datagram", [constant("client/send.c", r"(\d+) - sizeof\(MessageHeader\)")],
+            [str(int(in_code(r"message_slot_size = (\d+)")) - 1)])
+    compare("page/model.js", 0, "documents", re.findall(r'"?([\w-]+)"?: \[?"', constant("page/model.js", r"DOCUMENTS = {([^}]*)}")), DOCUMENTS)
+
+
 def check_benchmark():
     for call in re.finditer(r'log\.log\(info,\s*((?:"[^"]*"\s*)+)', source("bench/floor.cpp")):
         text, place, _ = re.sub(r'"\s*\n?\s*"', "", call[1]).partition(r"\n --[%s:%u]")
@@ -280,7 +285,7 @@ def mqtt_facts():
         (r"#port (#)$|^listener (#)\ncafile", tls), (r"tried; (#) by default, (#) at least", numbers["keepalive"][-1], numbers["keepalive"][0]),
         (r"of a topic; (#) by", numbers["pause"][-1]), (r"connect; (#) by", numbers["longest-wait"][-1]),
         (r"from (#) second to", int(in_code(r"first_\{(\d+)\}")) // 1000), (r"lasted (#) seconds", in_code(r"lasting\((\d+)\)")),
-        (r"between (#) |of (#) connections", 2), (r"port (9642)", 9642), (r"\.It (#)\s+The system", 1), (r"\.It (#)\s+An option", 2),
+        (r"between (#) |of (#) connections", 2), (r"port (9642)", 9642), (r"port (#), where", 9641), (r"\.It (#)\s+The system", 1), (r"\.It (#)\s+An option", 2),
         # As bench/fleet.py measured.
         (r"with (#) devices.*took (#) MB.* (#) changes a second, (#) %", 9500, 105, 1000, 4),
         (r"again (#) seconds", 14), (r"some (#) devices or (#) changes", 100000, 10000),

@@ -37,9 +37,6 @@ TEST_F(UpdateEvents, OfInputsComesThreeSecondsAfterTheLastWriteOfABurst)
     send_line("uac_control 0 1 1");
     std::this_thread::sleep_for(seconds(1));
     send_line("hdcp_version 0 2");  // as it is already
-    std::this_thread::sleep_until(last_write + std::chrono::milliseconds(2800));
-    EXPECT_EQ(events.take_names(), Lines());
-
     for (int sent = 0, heard = 0, over = 0; over == 0 || heard < sent;) {
         for (; over == 0 && sent < heard + 64; ++sent) {
             send_line("power_status 1");
