@@ -16,16 +16,6 @@ using UpdateEvents = ServiceTest;
 
 }  // namespace
 
-TEST_F(UpdateEvents, HaveTheirNames)
-{
-    for (const auto& [line, name] : {std::pair("power_status 1", "e_power_json_update"),
-                                     {"usb_host_in1 1", "e_usb_host_json_update"},
-                                     {"ethernet_status", "e_ethernet_json_update"}}) {
-        send_line(line);
-        EXPECT_EQ(events.wait().name, name);
-    }
-}
-
 // Each write starts the three seconds anew, what writes nothing does not. When they are over, both
 // threads send, from one netlink address, which one socket at a time can have: no event is lost.
 TEST_F(UpdateEvents, OfInputsComesThreeSecondsAfterTheLastWriteOfABurst)
