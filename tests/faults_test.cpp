@@ -10,9 +10,10 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <tuple>
 
 #include "store/documents.h"
-#include "tests/service.h"
+#include "tests/tool.h"
 
 namespace {
 
@@ -218,6 +219,39 @@ TEST_F(Faults, OfTheSocketEndTheStart)
         EXPECT_EQ(take_standard_error(), said);
     }
     start();
+}
+
+TEST_F(Faults, OfTheClientLibraryAreToldAtOnce)
+{
+    const std::string document = only_on(fs::canonical(power_document.path));
+    const std::string get = " get power power.power_source";
+    const std::string send = " send power_status 0";
+    const std::string watch = " watch --for 0.001 --changes-only";
+    const std::string broken = "/var/run/status/power.json: Input/output error\n";
+    const std::tuple<std::string, std::string, std::string> rows[] = {
+        {"flock:error=EIO", get, broken},
+        {"read:error=EIO", get, broken},
+        {"newfstatat,fstat,fstat64,statx:error=EIO", get, broken},
+        {"setsockopt:error=ENOMEM", send,
+         "can't send to /tmp/json_app.sock: Cannot allocate memory\n"},
+        {"sendto:error=EINTR:when=1..3", send, ""},
+        {"epoll_create1:error=EMFILE", watch, "can't watch the documents: Too many open files\n"},
+        {"epoll_ctl:error=ENOSPC", watch, "can't watch the documents: No space left on device\n"},
+        {"inotify_add_watch:error=ENOSPC:when=2", watch,
+         "can't watch the documents: No space left on device\n"},
+        {"bind:error=EPERM", watch, ""},
+    };
+    for (const auto& [injection, words, said] : rows) {
+        std::string command = "exec strace -qqq -o /dev/null -e inject=";
+        command.append(injection).append(words == get ? " " + document : " ");
+        command.append(Tool::path()).append(words);
+        const Tool tool({}, "", [&command] {
+            setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // which can't be done under a tracer
+            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+        });
+        EXPECT_EQ(tool.wait(), said.empty() ? 0 : 1) << command;
+        EXPECT_EQ(tool.complaint(), said.empty() ? "" : "statusctl: " + said) << command;
+    }
 }
 
 TEST_F(Faults, ThatKillLeaveTheOldTextNoneOrTheNew)
