@@ -148,8 +148,9 @@ class Broker:
     def __init__(self, port):
         self.folder = tempfile.TemporaryDirectory()
         self.configuration = pathlib.Path(self.folder.name, "mosquitto.conf")
-        self.configuration.write_text(f"listener {port} 127.0.0.1\nallow_anonymous true\nlog_type none\n"
-                                      "max_queued_messages 0\nset_tcp_nodelay true\n")
+        shipped = (ROOT / "packaging/mosquitto-devices.conf").read_text()
+        self.configuration.write_text(f"listener {port} 127.0.0.1\nallow_anonymous true\nlog_type none\n" +
+                                      shipped[shipped.index("\npersistence"):])
         self.process = None
 
     def start(self):

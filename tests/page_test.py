@@ -51,14 +51,14 @@ def is_open(port):
 
 
 def start_broker(edit=lambda text: text):
-    """With the shipped configuration, but for the places of the files."""
+    """With the shipped configuration, but for the user and the places of the files."""
     folder = Path("/tmp/broker")
     folder.mkdir(exist_ok=True)
     for path in (ROOT / "packaging").glob("mosquitto-*.acl"):
         shutil.copy(path, folder)
     text = edit((ROOT / "packaging/mosquitto-page.conf").read_text()).replace("/etc/mosquitto", str(folder))
     text = text.replace("/usr/share/status_json_page", str(ROOT / "page"))
-    (folder / "conf").write_text(text + "\nuser root\nmax_queued_messages 0\n")
+    (folder / "conf").write_text(text + "\nuser root\n")
     broker = start("mosquitto", "-c", folder / "conf")
     wait_for("the broker", lambda: broker.poll() is not None or is_open(1883) and is_open(8080))
     return broker
@@ -276,9 +276,10 @@ class Page(unittest.TestCase):
         Path("/tmp/broker/mosquitto-page.passwords").touch()
         for user in ("operator", "studio", "stranger"):
             subprocess.run(["mosquitto_passwd", "-b", "/tmp/broker/mosquitto-page.passwords", user, "right"], check=True)
-        # The lines that serve the page beside the configuration for devices.
+        # The lines that serve the page, beside the configuration for devices but for their certificates.
+        devices = (ROOT / "packaging/mosquitto-devices.conf").read_text()
         self.broker = start_broker(lambda text: text[text.index("#listener"):text.index("per_listener")].replace("#", "") +
-                                   "allow_anonymous false\nacl_file /etc/mosquitto/mosquitto-devices.acl\nlistener 1883")
+                                   devices[devices.index("allow_anonymous"):] + "listener 1883")
         self.publisher = start(*PUBLISHER, "--user", "studio", "--password-file", "/tmp/password")
         for user, password, place, text in (
                 ("stranger", "right", "#no-rows", "this user may not read"),
