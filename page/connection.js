@@ -25,7 +25,8 @@ function brokerAddress(asked, page) {
 class Connection {
   /**
    * `tell(kind, text)`: "connecting", "online", "waiting" (for the next try), "login" (user and
-   * password are wanted) or "refused" (for good). `take(topic, text)`: a message.
+   * password are wanted) or "refused" (for good). `take(topic, text, isRetained)`: a message,
+   * and whether the broker had it already when the page asked.
    */
   constructor(address, filter, tell, take) {
     Object.assign(this, {address, filter, tell, take, failures: 0, login: {}, timer: 0, since: 0});
@@ -72,7 +73,7 @@ class Connection {
       });
     });
     const decoder = new TextDecoder();
-    client.on("message", (topic, payload) => this.take(topic, decoder.decode(payload)));
+    client.on("message", (topic, payload, {retain}) => this.take(topic, decoder.decode(payload), retain));
     client.on("disconnect", (packet) => reason = `it said ${packet.reasonCode}`);
     client.on("error", (error) => {
       if (WRONG_LOGIN.has(error.code)) {

@@ -2,7 +2,7 @@
 // The fleet: a row a device. A row is made once and then only changed where its text changes.
 // Once all devices are there, rows keep their places while somebody reads.
 
-const SETTLED_MS = 1000; // without a new device
+const SETTLED_MS = 1000; // without a new device or a retained message
 const ARRANGE_MS = 300;
 const UNATTENDED_MS = 30000;
 const LAN_PORTS = [0, 1, 2, 3];
@@ -73,7 +73,7 @@ class Row {
 class Fleet {
   constructor(root, model) {
     Object.assign(this, {root, model, rows: new Map(), shown: [], column: 0, isDescending: false,
-      filter: "all", isSettled: false, newestAt: 0, touchedAt: 0, timer: 0, waitingFor: ""});
+      filter: "all", isSettled: false, loadedAt: 0, touchedAt: 0, timer: 0, waitingFor: ""});
     this.collator = new Intl.Collator("en", {numeric: true});
     this.body = root.querySelector("tbody");
     this.search = root.querySelector("[type=search]");
@@ -104,7 +104,7 @@ class Fleet {
 
   /** Shows these devices anew. */
   show(names) {
-    if (this.rows.size && Date.now() - this.newestAt > SETTLED_MS) this.isSettled = true;
+    if (this.rows.size && Date.now() - this.loadedAt > SETTLED_MS) this.isSettled = true;
     for (const name of names) {
       const device = this.model.devices.get(name);
       let row = this.rows.get(name);
@@ -116,7 +116,7 @@ class Fleet {
       }
       if (!row) {
         this.rows.set(name, row = new Row(name));
-        this.newestAt = Date.now();
+        this.loadedAt = Date.now();
       }
       row.show(device);
     }

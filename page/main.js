@@ -81,7 +81,8 @@ function tell(kind, text) {
   }
 }
 
-function take(topic, text) {
+function take(topic, text, isRetained) {
+  if (isRetained) fleet.loadedAt = Date.now();
   const name = model.take(topic, text, Date.now());
   if (name !== null) schedule([name]);
 }
