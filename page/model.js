@@ -9,6 +9,8 @@ const DOCUMENTS = {
 const LONGEST_HISTORY = 100;
 const DEEPEST = 16; // levels of a document
 const LONGEST_TEXT = 200;
+const LARGEST_KIB = 256; // of a message; a real document has a few
+const MOST_PROBLEMS = 100;
 
 /** The value at the end of the path, or undefined. */
 function at(value, ...path) {
@@ -67,7 +69,7 @@ function* differences(before, after, path = "") {
   }
   for (const key of new Set([...Object.keys(before), ...Object.keys(after)])) {
     const step = Array.isArray(after) ? `[${key}]` : path ? `.${key}` : key;
-    yield* differences(at(before, key), at(after, key), path + step);
+    yield* differences(at(before, key), at(after, key), shortened(path + step));
   }
 }
 
@@ -134,17 +136,25 @@ class Device {
   }
 }
 
+function isTooLarge(text) {
+  return text.length > LARGEST_KIB * 1024;
+}
+
 function linesOf(text) {
+  if (isTooLarge(text)) return [`problems: larger than ${LARGEST_KIB} KiB`];
   try {
     const lines = JSON.parse(text);
     const isStated = Array.isArray(lines) && lines.every((line) => typeof line === "string");
-    return isStated ? lines.map(shortened) : ["problems: no array of lines"];
+    if (!isStated) return ["problems: no array of lines"];
+    const more = lines.length - MOST_PROBLEMS;
+    return [...lines.slice(0, MOST_PROBLEMS).map(shortened), ...more > 0 ? [`and ${more} more`] : []];
   } catch {
     return ["problems: not JSON"];
   }
 }
 
 function parsed(name, text) {
+  if (isTooLarge(text)) return {text: "", problem: `larger than ${LARGEST_KIB} KiB`};
   let value;
   try {
     value = JSON.parse(text);
