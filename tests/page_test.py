@@ -86,6 +86,13 @@ def send(*words):
     subprocess.run([BIN / "statusctl", "send", *words], check=True)
 
 
+def document(name):
+    try:
+        return json.loads(Path(f"/var/run/status/{name}.json").read_text())
+    except json.JSONDecodeError:  # while it is written
+        return {}
+
+
 def make_browser():
     options = webdriver.ChromeOptions()
     for argument in ("headless=new", "no-sandbox", "disable-gpu", "hide-scrollbars", "window-size=1400,1000",
@@ -103,10 +110,11 @@ class Page(unittest.TestCase):
         start(BIN / "status_json_service")
         wait_for("the service", Path("/tmp/json_app.sock").exists)
         day = (ROOT / "scenarios/device-day.scenario").read_text().split("say Evening")[0]
-        day = "\n".join(line for line in day.splitlines() if not line.startswith(("wait", "say")))
-        subprocess.run([BIN / "statusctl", "send", "--file", "-"], input=day, text=True, check=True)
-        wait_for("the day", lambda: "96 kHz" in Path("/var/run/status/inputs.json").read_text())
-        cls.documents = {name: json.loads(Path(f"/var/run/status/{name}.json").read_text()) for name in DOCUMENTS}
+        lines = [line for line in day.splitlines() if not line.startswith(("wait", "say"))]
+        lines.sort(key=lambda line: line.startswith("power_v_value"))  # the last to be applied
+        subprocess.run([BIN / "statusctl", "send", "--file", "-"], input="\n".join(lines), text=True, check=True)
+        wait_for("the day", lambda: document("power").get("power", {}).get("measured_power_current_a") == 510)
+        cls.documents = {name: document(name) for name in DOCUMENTS}
 
     def setUp(self):
         self.broker = start_broker()
@@ -193,10 +201,10 @@ class Page(unittest.TestCase):
         self.wait_for_text(self.cell("studio", "State"), "Online")
         for title, text in (("HDMI", "1280×720p 60 Hz\nHDMI · HDCP 1.4"), ("USB-C video", "3840×2160p 60 Hz\nDP · no HDCP"),
                             ("Audio", "HDMI LPCM 48 kHz 2 ch\nUSB-C LPCM 96 kHz 8 ch"), ("Power", "Adapter\n24 V · current 510"),
-                            ("USB-C port", "Laptop, Lenovo\nCharging 20 V, 3 A"), ("LAN", "1234")):
+                            ("USB-C port", "Laptop, Lenovo\nCharging 20 V, 3 A")):
             self.wait_for_text(self.cell("studio", title), text)
-        signs = self.run_in_page("return [...document.querySelectorAll(arguments[0])].map((sign) => sign.ariaLabel)",
-                                 self.row("studio") + " .lan")
+        signs = wait_for("the LAN", lambda: "Not known" not in str(signs := self.run_in_page(
+            "return [...document.querySelectorAll(arguments[0])].map((sign) => sign.ariaLabel)", self.row("studio") + " .lan")) and signs)
         self.assertEqual(signs, ["LAN1: 1000 Mbps, full duplex", "LAN2: Off", "LAN3: No link",
                                  "LAN4: 1000 Mbps, full duplex"])
         self.assertFalse(self.run_in_page("return document.getAnimations().length"), "what was there lights up")
@@ -254,6 +262,7 @@ class Page(unittest.TestCase):
         self.run_in_page("location.hash = ''")
         self.publisher = start(*PUBLISHER)
         self.wait_for_text(self.cell("studio", "State"), "Online")
+        self.wait_for_text(self.cell("gone", "State"), "Online")
         publish([(f"gone/{part}", "") for part in (*DOCUMENTS, "availability", "problems")])
         wait_for("the device to leave", lambda: not self.text(self.row("gone")))
 
@@ -266,6 +275,7 @@ class Page(unittest.TestCase):
         self.wait_for_text(self.cell("studio", "Power"), "PoE")
         self.wait_for_text(self.cell("ghost", "State"), "Not known")  # as this broker has never heard of it
         send("power_status", "Adapter")
+        self.wait_for_text(self.cell("studio", "Power"), "Adapter")
         self.open(PAGE + "#no%20such%20device")
         self.wait_for_text("#device .state", "nothing of a device of this name")
 
@@ -353,7 +363,7 @@ class Page(unittest.TestCase):
         self.open()
         self.wait_for_text(self.cell("a", "State"), "3 problems")
         self.wait_for_text(self.cell("x%20%3Cb%3E", "Power"), "<i>PoE</i>")
-        self.assertEqual(self.text("[data-filter=problems] b"), "1")
+        self.wait_for_text("[data-filter=problems] b", "1")
         self.open(PAGE + "#a")
         for text in ("outputs: locked", "power: not JSON", "usb-host: usb_c is no array"):
             self.wait_for_text(".problems", text)
