@@ -86,13 +86,6 @@ def send(*words):
     subprocess.run([BIN / "statusctl", "send", *words], check=True)
 
 
-def document(name):
-    try:
-        return json.loads(Path(f"/var/run/status/{name}.json").read_text())
-    except json.JSONDecodeError:  # while it is written
-        return {}
-
-
 def make_browser():
     options = webdriver.ChromeOptions()
     for argument in ("headless=new", "no-sandbox", "disable-gpu", "hide-scrollbars", "window-size=1400,1000",
@@ -110,11 +103,12 @@ class Page(unittest.TestCase):
         start(BIN / "status_json_service")
         wait_for("the service", Path("/tmp/json_app.sock").exists)
         day = (ROOT / "scenarios/device-day.scenario").read_text().split("say Evening")[0]
-        lines = [line for line in day.splitlines() if not line.startswith(("wait", "say"))]
-        lines.sort(key=lambda line: line.startswith("power_v_value"))  # the last to be applied
-        subprocess.run([BIN / "statusctl", "send", "--file", "-"], input="\n".join(lines), text=True, check=True)
-        wait_for("the day", lambda: document("power").get("power", {}).get("measured_power_current_a") == 510)
-        cls.documents = {name: document(name) for name in DOCUMENTS}
+        day = "\n".join(sorted((line for line in day.splitlines() if not line.startswith(("wait", "say"))),
+                               key=lambda line: line.startswith("power_v_value")))  # the last to be applied
+        subprocess.run([BIN / "statusctl", "send", "--file", "-"], input=day, text=True, check=True)
+        wait_for("the day", lambda: "510" in (text := Path("/var/run/status/power.json").read_text()) and
+                 text.count("{") == text.count("}"))  # all of it is written
+        cls.documents = {name: json.loads(Path(f"/var/run/status/{name}.json").read_text()) for name in DOCUMENTS}
 
     def setUp(self):
         self.broker = start_broker()
@@ -287,9 +281,9 @@ class Page(unittest.TestCase):
         for user in ("operator", "studio", "stranger"):
             subprocess.run(["mosquitto_passwd", "-b", "/tmp/broker/mosquitto-page.passwords", user, "right"], check=True)
         # The lines that serve the page, beside the configuration for devices but for their certificates.
-        devices = (ROOT / "packaging/mosquitto-devices.conf").read_text()
         self.broker = start_broker(lambda text: text[text.index("#listener"):text.index("per_listener")].replace("#", "") +
-                                   devices[devices.index("allow_anonymous"):] + "listener 1883")
+                                   (ROOT / "packaging/mosquitto-devices.conf").read_text().partition("_username true")[2] +
+                                   "listener 1883")
         self.publisher = start(*PUBLISHER, "--user", "studio", "--password-file", "/tmp/password")
         for user, password, place, text in (
                 ("stranger", "right", "#no-rows", "this user may not read"),
