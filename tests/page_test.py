@@ -352,14 +352,19 @@ class Page(unittest.TestCase):
                 }
                 return failures;""", cases)
             self.assertEqual(failures[:5], [])
-        publish([*self.state_of("a"), ("a/power", "{"), ("a/usb-host", {"usb_c": 5}), ("a/problems", ["outputs: locked"]),
+        publish([*self.state_of("a"), ("a/power", "{"), ("a/power", " " * 70000), ("a/usb-host", {"usb_c": 5}), ("a/problems", ["outputs: locked"] * 150),
                  ("x <b>/power", '{"power": {"power_source": "<i>PoE</i>"}}'), ("a", "1"), ("a/b/c", "1"), ("a/other", "1")])
         self.open()
-        self.wait_for_text(self.cell("a", "State"), "3 problems")
+        self.wait_for_text(self.cell("a", "State"), "103 problems")
         self.wait_for_text(self.cell("x%20%3Cb%3E", "Power"), "<i>PoE</i>")
         self.wait_for_text("[data-filter=problems] b", "1")
-        self.open(PAGE + "#a")
-        for text in ("outputs: locked", "power: not JSON", "usb-host: usb_c is no array"):
+        self.assertEqual(self.run_in_page("""const own = Date.now; Date.now = () => own() + 5000; // silence in the first load
+            fleet.isSettled = false, fleet.touchedAt = Date.now(), take("status/0/power", "{}", true), render(), fleet.rearrange();
+            return document.querySelector("tbody th").textContent;"""), "0")
+        self.assertEqual(self.run_in_page("""location.hash = "a", follow(), take("status/a/outputs", "5".repeat(300000));
+            for (const n of [1, 2, 3]) take("status/a/inputs", JSON.stringify({inputs: Array(150).fill({["x".repeat(999)]: n})})), render();
+            return [...document.querySelectorAll(".changes li")].map((row) => row.textContent.slice(-6));"""), 100 * ["…2 → 3"])
+        for text in ("outputs: locked", "and 50 more", "power: not JSON (Expected", "usb-host: usb_c is no array", "outputs: larger than 256 KiB"):
             self.wait_for_text(".problems", text)
 
     def test_thousand(self):
