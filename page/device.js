@@ -176,8 +176,7 @@ class DeviceView {
     const newest = device.changes[0];
     if (newest === list.newest) return;
     const known = device.changes.indexOf(list.newest);
-    if (known < 0) list.replaceChildren(); // so many at once that none of those shown is left
-    const added = known < 0 ? device.changes : device.changes.slice(0, known);
+    const added = known < 0 ? device.changes : device.changes.slice(0, known); // < 0: too many at once
     list.newest = newest;
     list.prepend(...added.map(({at, document, path, before, after}) => element("li", {},
       element("time", {}, clock(at)), element("code", {}, [document, path].filter(Boolean).join(" ")),
