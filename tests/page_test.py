@@ -74,11 +74,11 @@ def publish(messages):
     client = paho.mqtt.client.Client()
     client.connect("127.0.0.1", 1883)
     client.loop_start()
+    wait_for("the broker's consent", client.is_connected)  # or the last message may count as lost
     for topic, value in messages:
         text = value if isinstance(value, (str, bytes)) else json.dumps(value)
         last = client.publish(f"status/{topic}", text, qos=1, retain=True)
     last.wait_for_publish()
-    client.loop_stop()
     client.disconnect()
 
 
