@@ -297,10 +297,12 @@ TEST_F(Statusctl, ListsWhatCanBeSentAndItsCommands)
     const Tool list({"send", "--list"});
     EXPECT_EQ(list.wait(), 0);
     // The types and texts are compared with the manual.
-    for (const char* line : {"    port                    uint8           0 HDMI, 1 USB-C",
-                             "    PeerDeviceMFT_String    text, 22 bytes  ",
-                             "    PinAssignment           int32           4 C, 8 D, 16 E",
-                             "    STATE                   word            off, on"}) {
+    for (const char* line :
+         {"MSG_TYPE_ETHERNET_STATUS (6), without payload", "MSG_TYPE_LINK_STATUS (2)",
+          "    port                    uint8           0 HDMI, 1 USB-C",
+          "    PeerDeviceMFT_String    text, 22 bytes  ",
+          "    PinAssignment           int32           4 C, 8 D, 16 E",
+          "    STATE                   word            off, on"}) {
         EXPECT_NE(list.output().find("\n" + std::string(line) + "\n"), std::string::npos) << line;
     }
     expect_results(
