@@ -6,7 +6,6 @@
 
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 
 #include "store/documents.h"
 #include "tests/service.h"
@@ -115,17 +114,6 @@ TEST_F(Messages, WaitInARingOf128)
         });
         EXPECT_EQ(lines, expected);
     }
-}
-
-// Readers who hold a document open see it change, and its mode stays.
-TEST_F(Messages, RewriteADocumentInPlace)
-{
-    std::ifstream reader(power_document.path);
-    fs::permissions(power_document.path, fs::perms::owner_all);
-    send_line("power_status 1");
-    settle();
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), text_of("power.json"));
-    EXPECT_EQ(fs::status(power_document.path).permissions(), fs::perms::owner_all);
 }
 
 TEST_F(Messages, LeaveNothingBehindAndAnIdleServiceSleeps)

@@ -6,7 +6,6 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,7 +18,6 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <set>
 #include <sstream>
 #include <thread>
 
@@ -29,43 +27,10 @@
 #include "store/documents.h"
 #include "tools/statusctl/compose_datagram.h"
 #include "tools/statusctl/message_types.h"
-#include "tools/statusctl/schema_check.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-/// The log file, as the log configuration names it.
-std::string log_path()
-{
-    const std::string key = ".fileName=";
-    std::ifstream configuration(log_configuration_path);
-    for (std::string line; std::getline(configuration, line);) {
-        if (const auto position = line.find(key); position != std::string::npos) {
-            return line.substr(position + key.size());
-        }
-    }
-    ADD_FAILURE() << log_configuration_path << " names no file";
-    return "";
-}
-
-sockaddr_un socket_address()
-{
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, message_socket_path);
-    return address;
-}
-
-bool socket_takes_messages()
-{
-    const sockaddr_un address = socket_address();
-    const int descriptor = socket(AF_UNIX, SOCK_DGRAM, 0);
-    const int result =
-        connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    close(descriptor);
-    return result == 0;
-}
 
 /// Whether the process has ended; it can still be waited for.
 bool has_ended(pid_t pid)
@@ -75,36 +40,12 @@ bool has_ended(pid_t pid)
            info.si_pid != 0;
 }
 
-/// The documents that the case has written itself, and so may have damaged.
-std::set<std::string> written_by_case;
-
-void expect_schema(const std::string& name, const Json::Value& root)
-{
-    if (written_by_case.count(name) == 0) {
-        EXPECT_EQ(statusctl::validate_document(name, root), std::vector<std::string>()) << name;
-    }
-}
-
-/// Holds what the case leaves behind against the schemas. A document that is missing or does
-/// not parse is none: the service may have been killed in the middle of a rewrite.
-void expect_schemas()
-{
-    for (const StatusDocument& document : status_documents) {
-        Json::Value root;
-        std::ifstream stream(document.path);
-        if (Json::parseFromStream(Json::CharReaderBuilder(), stream, &root, nullptr)) {
-            expect_schema(fs::path(document.path).filename(), root);
-        }
-    }
-}
-
 /// What earlier runs of the service have left.
 void remove_traces()
 {
-    written_by_case.clear();
     fs::remove_all(status_directory);
     fs::remove_all(message_socket_path);
-    fs::remove(log_path());
+    fs::remove(log_path);
 }
 
 /// The messages of the log from a byte of it on, each taken out of its line.
@@ -113,7 +54,7 @@ Lines log_messages(std::uintmax_t offset)
     static const std::regex head("[0-9-]{10} [0-9:.]{12} INFO CATEGORY: ");
     static const std::regex tail(R"( --\[[a-z]+/[a-z_]+\.cpp:[1-9][0-9]*\])");
     Lines messages;
-    std::ifstream log(log_path());
+    std::ifstream log(log_path);
     log.seekg(static_cast<std::streamoff>(offset));
     std::string place;
     for (std::string line; std::getline(log, line) && std::getline(log, place);) {
@@ -127,12 +68,6 @@ Lines log_messages(std::uintmax_t offset)
         messages.push_back(found.suffix());
     }
     return messages;
-}
-
-std::string datagram(std::uint32_t type, const std::string& payload)
-{
-    const MessageHeader header = {type, static_cast<std::uint32_t>(payload.size())};
-    return std::string(reinterpret_cast<const char*>(&header), sizeof header) + payload;
 }
 
 /// The report of the timing 1080p60, of which the line names the fields that differ.
@@ -207,13 +142,9 @@ void write_file(const std::string& path, const std::string& text)
 Json::Value parsed(const std::string& text)
 {
     Json::Value root;
-    std::string errors;
     std::istringstream stream(text);
-    Json::CharReaderBuilder builder;
-    builder["rejectDupKeys"] = true;
-    builder["failIfExtra"] = true;
-    EXPECT_TRUE(Json::parseFromStream(builder, stream, &root, &errors)) << errors;
-    return root;
+    return Json::parseFromStream(Json::CharReaderBuilder(), stream, &root, nullptr) ? root
+                                                                                    : Json::Value();
 }
 
 // --- the events ---
@@ -294,14 +225,13 @@ void ServiceTest::TearDown()
     }
     EXPECT_EQ(take_standard_error(), "");
     close(standard_error_);
-    expect_schemas();
 }
 
 void ServiceTest::start(const Action& prepare)
 {
     launch(prepare);
     wait_until("a start of the service",
-               [this] { return socket_takes_messages() || has_ended(pid_); });
+               [this] { return status_json_send_datagram("", 0, 0) == 0 || has_ended(pid_); });
 }
 
 void ServiceTest::launch(const Action& prepare)
@@ -359,7 +289,7 @@ void ServiceTest::send(const std::string& datagram)
 
 void ServiceTest::send_text(std::uint32_t type, const std::string& text)
 {
-    send(datagram(type, text));
+    ASSERT_EQ(status_json_send(type, text.data(), text.size(), 60000), 0) << std::strerror(errno);
 }
 
 void ServiceTest::send_line(const std::string& line)
@@ -386,11 +316,11 @@ void ServiceTest::settle() const
     static std::uint32_t type = 1000000;
     const std::string answer = "type " + std::to_string(++type) + " or length 0\n";
     std::error_code no_log;
-    const auto size = fs::file_size(log_path(), no_log);
-    send(datagram(type, ""));
+    const auto size = fs::file_size(log_path, no_log);
+    send_text(type, "");
     // A write that crosses a page can be seen half done: the entry is whole with its second line.
     wait_until("an answer of the service", [&] {
-        const std::string news = read_file(log_path(), no_log ? 0 : size);
+        const std::string news = read_file(log_path, no_log ? 0 : size);
         return news.find("]\n", news.find(answer)) != std::string::npos || has_ended(pid_);
     });
 }
@@ -398,13 +328,13 @@ void ServiceTest::settle() const
 void ServiceTest::wait_logged(const std::string& message)
 {
     wait_until(message,
-               [&] { return read_file(log_path()).find(message + "\n") != std::string::npos; });
+               [&] { return read_file(log_path).find(message + "\n") != std::string::npos; });
 }
 
 Lines ServiceTest::logged_by(const Action& action) const
 {
     settle();
-    const auto size = fs::file_size(log_path());
+    const auto size = fs::file_size(log_path);
     action();
     settle();
     Lines news = log_messages(size);
@@ -432,16 +362,12 @@ std::map<std::string, std::string> ServiceTest::texts()
 
 void ServiceTest::write_document(const std::string& name, const std::string& text)
 {
-    written_by_case.insert(name);
     write_file(path_of(name), text);
 }
 
 Json::Value ServiceTest::document(const std::string& name)
 {
-    SCOPED_TRACE(name);
-    Json::Value root = parsed(text_of(name));
-    expect_schema(name, root);
-    return root;
+    return parsed(text_of(name));
 }
 
 Json::Value ServiceTest::value_of(const std::string& name, const std::string& path)

@@ -21,6 +21,8 @@
 #include "core/messages.h"
 #include "core/paths.h"
 
+constexpr const char* log_path = "/var/log/status_json_service/status_json_service.log";
+
 using Action = std::function<void()>;
 using Lines = std::vector<std::string>;
 
@@ -32,7 +34,7 @@ std::string read_file(const std::string& path, std::uintmax_t offset = 0);
 /// Writes a file anew, in the folder that is there.
 void write_file(const std::string& path, const std::string& text);
 
-/// The value of a text; fails the case where it is no JSON, or names a member twice.
+/// The value of a text; null where it is no JSON.
 Json::Value parsed(const std::string& text);
 
 /// The executable under test: STATUS_JSON_SERVICE of the environment, or the one beside this.
@@ -116,11 +118,10 @@ protected:
     static std::string text_of(const std::string& name) { return read_file(path_of(name)); }
     /// The texts of all documents that there are, by name.
     static std::map<std::string, std::string> texts();
-    /// Replaces a document's text, in place. Damaged documents come from here, and none that
-    /// a case has written is held against its schema; all others are.
+    /// Replaces a document's text, in place.
     static void write_document(const std::string& name, const std::string& text);
-    /// The parsed document; fails the case where it is no JSON. Whole numbers are of the kind
-    /// `Json::intValue`: compare them with signed numbers.
+    /// The parsed document. Whole numbers are of the kind `Json::intValue`: compare them with
+    /// signed numbers.
     static Json::Value document(const std::string& name);
     /// One value of a document, such as ".inputs[0].video.color"; null where there is none.
     static Json::Value value_of(const std::string& name, const std::string& path);
