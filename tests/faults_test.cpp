@@ -203,7 +203,7 @@ TEST_F(Faults, OfReceivingLoseNoMessage)
     EXPECT_EQ(std::count(logged.begin(), logged.end(), line), 18);
 }
 
-TEST_F(Faults, OfTheSocketEndTheStart)
+TEST_F(Faults, OfTheSocketAndTheThreadsEndTheStart)
 {
     const std::pair<std::string, const char*> rows[] = {
         // The file of the run before stays in the way.
@@ -211,12 +211,18 @@ TEST_F(Faults, OfTheSocketEndTheStart)
          "bind: Address already in use\n"},
         {failing("socket", EMFILE, 1), "socket: Too many open files\n"},
         {failing("bind", EACCES, 1), "bind: Permission denied\n"},
+#ifndef THREAD_SANITIZED  // whose runtime has a thread of its own
+        {failing("clone3,clone", EAGAIN, 1), "pthread_create: Resource temporarily unavailable\n"},
+        {failing("clone3,clone", EAGAIN, 2), "pthread_create: Resource temporarily unavailable\n"},
+#endif
     };
     stop();
     for (const auto& [injection, said] : rows) {
+        fs::remove(inputs_document.path);
         launch(under_strace("-o /dev/null " + injection));
         EXPECT_EQ(wait_exit(), 1) << injection;
         EXPECT_EQ(take_standard_error(), said);
+        EXPECT_EQ(text_of("inputs.json"), inputs_default_text);  // seeded before the threads start
     }
     start();
 }

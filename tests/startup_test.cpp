@@ -1,6 +1,4 @@
 /// Start and restart: the documents as seeded, and ground that is not as expected.
-#include <sys/resource.h>
-
 #include <filesystem>
 
 #include "store/documents.h"
@@ -97,31 +95,4 @@ log4cpp.appender.file.layout.ConversionPattern=%Q
         configure_log(text);
         expect_log_on_standard_error(text);
     }
-}
-
-TEST_F(Startup, EndsWithStatus1WhereTheSocketCannotBeBound)
-{
-    fs::create_directory(message_socket_path);
-    launch();
-    EXPECT_EQ(wait_exit(), 1);
-    EXPECT_EQ(take_standard_error(), "bind: Address already in use\n");
-    EXPECT_EQ(text_of("inputs.json"), inputs_default_text);  // seeded before the threads start
-}
-
-TEST_F(Startup, EndsWithStatus1WhereAThreadCannotBeStarted)
-{
-#ifdef THREAD_SANITIZED
-    GTEST_SKIP() << "the thread sanitizer has no room for such a stack";
-#endif
-    if (has_stand_in()) {
-        GTEST_SKIP() << "a checker gives another reason";
-    }
-    launch([] {
-        // The size of a thread's stack: more than the address space has.
-        const rlim_t size = sizeof(void*) == 8 ? rlim_t{1} << 50U : rlim_t{0xF0000000};
-        const rlimit limit = {size, RLIM_INFINITY};
-        setrlimit(RLIMIT_STACK, &limit);
-    });
-    EXPECT_EQ(wait_exit(), 1);
-    EXPECT_EQ(take_standard_error(), "pthread_create: Resource temporarily unavailable\n");
 }
