@@ -1,12 +1,12 @@
 #include "fuzz/device.h"
 
-#include <fcntl.h>
 #include <sched.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <sstream>
 
@@ -67,19 +67,13 @@ void deliver(std::string_view datagram)
 
 std::string read_text(const char* path)
 {
-    char text[65536];
-    const int descriptor = open(path, O_RDONLY);
-    const ssize_t size = read(descriptor, text, sizeof text);
-    close(descriptor);
-    return {text, size > 0 ? static_cast<std::size_t>(size) : 0};
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void write_text(const char* path, std::string_view text)
 {
-    const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const ssize_t written = write(descriptor, text.data(), text.size());
-    require(written == static_cast<ssize_t>(text.size()), path);
-    close(descriptor);
+    require((std::ofstream(path) << text).good(), path);
 }
 
 void require(bool holds, const char* what)
