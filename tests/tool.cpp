@@ -14,8 +14,7 @@ Tool::Tool(std::vector<std::string> words, const std::string& input, const Actio
     for (int& stream : streams_) {
         stream = memfd_create("statusctl", MFD_CLOEXEC);
     }
-    EXPECT_EQ(pwrite(streams_[0], input.data(), input.size(), 0),
-              static_cast<ssize_t>(input.size()));
+    write_file(path_of(0), input);
     words.insert(words.begin(), path());
     std::vector<char*> arguments(words.size() + 1);  // the last is null
     std::transform(words.begin(), words.end(), arguments.begin(),
@@ -52,20 +51,4 @@ int Tool::wait() const
         waitpid(pid, &status, 0);
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-int Tool::end() const
-{
-    kill(pid, SIGTERM);
-    return wait();
-}
-
-std::string Tool::text_of(int stream) const
-{
-    return read_file("/proc/self/fd/" + std::to_string(streams_[stream]));
-}
-
-void Tool::wait_output(const std::string& part) const
-{
-    wait_until(part, [&] { return output().find(part) != std::string::npos; });
 }
