@@ -142,7 +142,7 @@ TEST_F(Statusctl, SendsEveryMessageToTheByteAndTellsItsDoubts)
     expect_results({{{"send", "--file", "-", "--echo"},
                      0,
                      "== A \\u001b\nT  send  " + raw + indented + "00" + indented + rest + "\n",
-                     "say A \033\n" + raw + " 00 " + rest + "\nwait 30ms\nwait 0s"}});
+                     "say A \033\r\n" + raw + " 00 " + rest + "\nwait 30ms\nwait 0s"}});
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(30));
 }
 
