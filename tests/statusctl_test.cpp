@@ -111,7 +111,7 @@ power_status 7 | 0800000001000000 37 | SOURCE 7 is not known; known are 0 PoE, 1
 power_v_value -2147483648 | 090000000b000000 2d32313437343833363438
 ethernet_control 0	OFF 7 | 0a00000007000000 30206f66662037
  | PORT 0 is not known; known are 1 LAN1, 2 LAN2, 3 LAN3, 4 LAN4
-hdcp_version "USB-C \"HDCP 2.2\"" | 0c00000003000000 312032
+hdcp_version "hdmi \"HDCP 2.2\"" | 0c00000003000000 302032
 raw 0d0000 00	FfaA | 0d000000ffaa | the service knows no type 13
 raw |  | the service knows no type 0
 raw 0200000003000000 01020300 | 0200000003000000 01020300
