@@ -276,7 +276,7 @@ Usage: statusctl check [--repair]
 // What `watch` shows of power.json to people and to programs, but for its times.
 const std::string to_people = R"(T  power     \u001bxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx  7
 T  power     a                                                  "b\" -> \"\\"
-T  power     b                                                  0.1
+T  power     b                                                  9.95
 T  power     c                                                  []
 T  power     \u001bxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx  7 -> (none)
 T  power     a                                                  "b\" -> \"\\" -> []
@@ -288,7 +288,7 @@ T  power     c[1]                                               null -> true
 )";
 const std::string to_programs =
     R"({"document":"power","state":{"\u001bxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx":7,)"
-    R"("a":"b\" -> \"\\","b":0.10000000000000001,"c":[]},"time":"T"}
+    R"("a":"b\" -> \"\\","b":9.9499999999999993,"c":[]},"time":"T"}
 {"document":"power","old":7,"path":"\u001bxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx","time":"T"}
 {"document":"power","new":[],"old":"b\" -> \"\\","path":"a","time":"T"}
 {"document":"power","new":{},"path":"c[0].d","time":"T"}
@@ -302,7 +302,7 @@ TEST_F(Statusctl, WatchShowsTheStateAndEachChange)
 {
     start();
     const std::string strange = R"({"\u001b)" + std::string(44, 'x') + R"(":7,)";
-    write_document("power.json", strange + R"("a":"b\" -> \"\\","b":0.1,"c":[]})");
+    write_document("power.json", strange + R"("a":"b\" -> \"\\","b":9.95,"c":[]})");
     write_document("outputs.json", "");
     const Tool people({"watch", "power.json", "--count", "4"}, "",
                       [] { setenv("TZ", "XYZ-12", 1); });
@@ -311,9 +311,9 @@ TEST_F(Statusctl, WatchShowsTheStateAndEachChange)
         people.wait_output(part);
         programs.wait_output(part);
     };
-    wait_both("0.1");
+    wait_both("9.9");
     // Before the one has read all, and after it has subscribed.
-    write_document("power.json", R"({"a":[],"b":0.1,"c":[{"d":{}},null]})");
+    write_document("power.json", R"({"a":[],"b":9.95,"c":[{"d":{}},null]})");
     write_document("outputs.json", "{}");
     wait_both("c[1]");
     programs.wait_output(R"("state":{})");
@@ -324,7 +324,7 @@ TEST_F(Statusctl, WatchShowsTheStateAndEachChange)
     programs.wait_output(R"({"document":"outputs","new":[],"old":{},"path":"","time":)");
     std::filesystem::remove(power_document.path);
     wait_both("No such file");
-    write_document("power.json", R"({"a":[],"b":0.1,"c":[{"d":{}},true]})");
+    write_document("power.json", R"({"a":[],"b":9.95,"c":[{"d":{}},true]})");
     wait_both("true");
     EXPECT_EQ(people.wait(), 0);
     kill(programs.pid, SIGTERM);
@@ -420,7 +420,7 @@ TEST_F(Statusctl, TextOfOthersCanNotActOnATerminal)
     const std::string none =
         "\xFF\xC0\xAF\xE0\x9F\xBF\xED\xA0\x80\xF0\x8F\xBF\xBF\xF4\x90\x80\x80\x80\xC3";
     write_document("power.json", "[\"" + same + u8"\U000E0000\U000E007F" + none +
-                                     "\",{\"\x7F\xC3\xA9\": // a comment\n7}]");
+                                     "\",{\"\x7F\xC3\xA9\":7 // a comment\n}]");
     expect_results(
         {{{"get", "power", "[0]"},
           0,
