@@ -401,10 +401,12 @@ TEST_F(Statusctl, SendShowsWhatBecomesOfAMessage)
                              "reports about its input are dropped\n";
     const std::string unknown =
         nothing + "it is what the documents say already, or the service's log has the reason\n";
+    const auto begin = std::chrono::steady_clock::now();
     expect_results({{{"send", "--show", "video_start_working", "1"}, 0, down},
                     {{"send", "--show", "video_status", "port=1"}, 0, down},
                     {{"send", "--show", "video_status", "isStable=1"}, 0, unknown},
                     {{"send", "--show", "--raw", "0800000000000000"}, 0, unknown}});
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
 }
 
 TEST_F(Statusctl, TextOfOthersCanNotActOnATerminal)
