@@ -108,6 +108,7 @@ typec_info ChargingState=Charging ChargingMode=2 Charging_mV=0x03040506 Charging
  | DpMode_Active 15 is not known; known are 0 no, 1 yes
  | PinAssignment -2147483648 is not known; known are 4 C, 8 D, 16 E
 power_status 7 | 0800000001000000 37 | SOURCE 7 is not known; known are 0 PoE, 1 Adapter
+charger_status Off | 0b00000001000000 30
 power_v_value -2147483648 | 090000000b000000 2d32313437343833363438
 ethernet_control 0	OFF 7 | 0a00000007000000 30206f66662037
  | PORT 0 is not known; known are 1 LAN1, 2 LAN2, 3 LAN3, 4 LAN4
