@@ -10,7 +10,6 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BIN = pathlib.Path(sys.argv.pop(1)).resolve()
-STATUS = pathlib.Path("/var/run/status")
 NAMES = ("inputs", "usb-host", "ethernet", "power", "outputs")
 
 
@@ -43,6 +42,13 @@ class Process(subprocess.Popen):
         self.wait()
 
 
+def shipped(name):
+    """A broker's configuration as it is shipped, but with certificates and passwords in /tmp."""
+    text = (ROOT / f"packaging/mosquitto-{name}.conf").read_text().replace("/usr/share/status_json_page", f"{ROOT}/page")
+    text = re.sub(r"/etc/mosquitto/(\S+\.acl)", rf"{ROOT}/packaging/\1", text)
+    return re.sub("/etc/mosquitto(/certs)?", "/tmp", text)
+
+
 class Broker(Process):
     def __init__(self, settings="listener 1883 127.0.0.1\nallow_anonymous true"):
         ports = [int(port) for port in re.findall(r"(?m)^listener (\d+)", settings)]
@@ -73,11 +79,7 @@ class Publisher(Process):
 
 
 def document(name):
-    while True:
-        try:
-            return json.loads((STATUS / f"{name}.json").read_text())
-        except json.JSONDecodeError:
-            time.sleep(0.005)  # it is being rewritten
+    return json.loads(subprocess.check_output([BIN / "statusctl", "get", name]))
 
 
 def send(*lines):

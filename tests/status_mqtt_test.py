@@ -15,11 +15,11 @@ import subprocess
 import time
 import unittest
 
-import jsonschema
 import paho.mqtt.client as mqtt
 
-from programs import BIN, NAMES, ROOT, STATUS, Broker, Publisher, Service, document, send, wait_until
+from programs import BIN, NAMES, Broker, Publisher, Service, document, send, shipped, wait_until
 
+STATUS = pathlib.Path("/var/run/status")
 TOPICS = {*NAMES, "problems", "availability"}
 
 
@@ -29,7 +29,7 @@ class Observer:
     def __init__(self, port=1883, certificate=None):
         self.messages, self.client = [], mqtt.Client(protocol=mqtt.MQTTv5)
         if certificate:
-            self.client.tls_set("/tmp/ca.crt", f"/tmp/{certificate}.crt", f"/tmp/{certificate}.key")
+            self.client.tls_set("/tmp/fleet-ca.crt", f"/tmp/{certificate}.crt", f"/tmp/{certificate}.key")
         self.client.on_message = lambda _, __, one: self.messages.append((one.topic, one.payload.decode()))
         self.client.connect("localhost", port)
         self.client.subscribe("#", 1)
@@ -81,14 +81,12 @@ class Options(unittest.TestCase):
                      f"mount -t overlay -o lowerdir={layer}:/etc etc /etc && exec \"$@\"", "sh")
         for options, reason, *file in (
                 ("", "give --host"),
-                ("--hosts x", "no option --hosts"),
                 ("--hos x", "no option --hos"),
                 ("x", "x is no option"),
                 ("--host", "--host needs a value"),
                 ("--host ''", "--host needs a value"),
                 ("--host a --host b", "--host is given twice"),
                 ("--host a --port 0", "port is a number from 1 to 65535, not 0"),
-                ("--host a --port 1x", "port is a number"),
                 ("--host a --keepalive 4", "keepalive is a number from 5 to 65535"),
                 ("--host a --pause -1", "pause is a number from 0 to"),
                 ("--host a --pause nan", "pause is a number"),
@@ -129,14 +127,10 @@ class Publishing(Case):
         observer.wait_until_right()
         self.assertEqual(observer.messages[-1], ("status/d1/availability", "online"))
         self.assertEqual(publisher.output().count("Connection refused"), 1)
-        late = self.start(Observer)
-        late.wait_until_right()  # all is retained
+        self.start(Observer).wait_until_right()  # all is retained
         send("link_status port=USB-C isConnect=1", "power_status Adapter")
         wait_until("the service", lambda: document("power")["power"]["power_source"] == "Adapter")
         observer.wait_until_right()  # inputs too, whose event it may not hear
-        for name in NAMES:
-            schema = json.loads((ROOT / f"schemas/{name}.schema.json").read_text())
-            jsonschema.Draft7Validator(schema).validate(json.loads(late.state()[name]))
 
         del observer.messages[:]
         start = time.monotonic()
@@ -211,7 +205,7 @@ class Connections(Case):
         after = connect(300)
         # One more is a document that it has open for a moment.
         self.assertLessEqual(after[0], before[0] + 1)
-        if "SANITIZED" not in os.environ:
+        if "san.so" not in pathlib.Path(f"/proc/{publisher.pid}/maps").read_text():  # sanitizers keep what is freed
             self.assertLess(after[1], before[1] + 200)
         for farewell, line in ((b"", "localhost:1883: The connection was lost."),
                                (b"\xe0\2\x8b\0", "the broker ends the connection: Server shutting down"),
@@ -224,17 +218,14 @@ class Connections(Case):
         self.assertLess(min(waits[6:]), 20)
         self.assertGreater(max(waits[6:]), 40)
 
-    def test_two_of_one_name(self):
-        self.start(Broker)
-        for twin in [self.start(Publisher) for _ in range(2)]:
-            twin.wait_for("; once more within a minute: does another device have the name d1?")
-
-    def test_a_password(self):
-        subprocess.run(["mosquitto_passwd", "-b", "-c", "/tmp/passwords", "d1", "right"], check=True, capture_output=True)
+    def test_passwords_and_two_of_one_name(self):
+        subprocess.run(["mosquitto_passwd", "-b", "-c", "/tmp/passwords", "d1", "right"], check=True)
         self.start(Broker, "listener 1883 127.0.0.1\npassword_file /tmp/passwords")
-        for password, line in (("wrong", "the broker refuses the connection: Not authorized"), ("right", "connected as d1")):
-            pathlib.Path(f"/tmp/{password}").write_text(password + "\n")
-            self.start(Publisher, "--user", "d1", "--password-file", f"/tmp/{password}").wait_for(line)
+        twin = "; once more within a minute: does another device have the name d1?"
+        for password, line in (("wrong", "the broker refuses the connection: Not authorized"),
+                               ("right", "connected as d1"), ("right", twin)):
+            pathlib.Path("/tmp/password").write_text(f"{password}\n")
+            self.start(Publisher, "--user", "d1", "--password-file", "/tmp/password").wait_for(line)
 
 
 class Ends(Case):
@@ -273,13 +264,12 @@ def make_certificate(name, *issuer):
 
 class Certificates(Case):
     def test_the_example_of_a_broker(self):
-        for authority in ("ca", "foreign"):
+        for authority in ("fleet-ca", "foreign"):
             make_certificate(authority)
         for name in ("broker", "d1", "operator"):
-            make_certificate(name, "-CA", "ca.crt", "-CAkey", "ca.key")
-        example = (ROOT / "packaging/mosquitto-devices.conf").read_text().replace("fleet-ca", "ca")
-        self.start(Broker, example.replace("/etc/mosquitto/certs", "/tmp").replace("/etc/mosquitto", f"{ROOT}/packaging"))
-        own = ("--ca", "/tmp/ca.crt", "--cert", "/tmp/d1.crt", "--key", "/tmp/d1.key")
+            make_certificate(name, "-CA", "fleet-ca.crt", "-CAkey", "fleet-ca.key")
+        self.start(Broker, shipped("devices"))
+        own = ("--ca", "/tmp/fleet-ca.crt", "--cert", "/tmp/d1.crt", "--key", "/tmp/d1.key")
         self.start(Publisher, *own, port=8883)
         observer = self.start(Observer, 8883, "operator")
         observer.wait_until_right()
@@ -290,7 +280,7 @@ class Certificates(Case):
                 (("--ca", "/tmp/foreign.crt"), "localhost",
                  "certificate verify failed: self-signed certificate in certificate chain"),
                 (own, "127.0.0.1", "host name verification failed"),
-                (("--ca", "/tmp/ca.crt"), "localhost", "certificate required")):
+                (own[:2], "localhost", "certificate required")):
             with self.subTest(reason):
                 self.start(Publisher, *options, device="d3", host=host, port=8883).wait_for(reason)
 
