@@ -44,9 +44,9 @@ class Process(subprocess.Popen):
 
 def shipped(name):
     """A broker's configuration as it is shipped, but with certificates and passwords in /tmp."""
-    text = (ROOT / f"packaging/mosquitto-{name}.conf").read_text().replace("/usr/share/status_json_page", f"{ROOT}/page")
+    text = (ROOT / f"packaging/mosquitto-{name}.conf").read_text()
     text = re.sub(r"/etc/mosquitto/(\S+\.acl)", rf"{ROOT}/packaging/\1", text)
-    return re.sub("/etc/mosquitto(/certs)?", "/tmp", text)
+    return re.sub("/etc/mosquitto(/certs)?", "/tmp", text).replace("/usr/share/status_json_page", f"{ROOT}/page")
 
 
 class Broker(Process):
@@ -70,12 +70,13 @@ class Service(Process):
 
 
 class Publisher(Process):
-    """status_mqtt, quick to be back. No privilege is needed, so none is left."""
+    """status_mqtt, quick to be back, and never woken by its keepalive before a test gives up. No
+    privilege is needed, so none is left."""
 
-    def __init__(self, *options, device="d1", host="localhost", port=1883, wait="0.1", under=()):
+    def __init__(self, *options, device="d1", host="localhost", port=1883, keepalive=600, wait="0.1", under=()):
         super().__init__(*under, "setpriv", "--no-new-privs", "--inh-caps=-all", "--bounding-set=-all",
                          BIN / "status_mqtt", "--host", host, "--port", port, "--device", device,
-                         "--keepalive", "5", "--pause", "0.05", "--longest-wait", wait, *options)
+                         "--keepalive", keepalive, "--pause", "0.05", "--longest-wait", wait, *options)
 
 
 def document(name):
