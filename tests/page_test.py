@@ -85,7 +85,6 @@ class Page(unittest.TestCase):
                 (f"{device}/availability", "online"), (f"{device}/problems", [])]
 
     def media(self, scheme):
-        """From here on, nothing is to move."""
         self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [
             {"name": "prefers-color-scheme", "value": scheme}, {"name": "prefers-reduced-motion", "value": "reduce"}]})
 
@@ -124,13 +123,13 @@ class Page(unittest.TestCase):
         self.assertEqual([role for role, label in used if role in USED and not label], [], f"{name}: without a name")
         root = "document.documentElement"
         self.assertLessEqual(self.run_in_page(f"return {root}.scrollWidth - {root}.clientWidth"), 0, name)
-        return {role for role, _ in used}
+        return [role for role, _ in used]
 
     def test_device(self):
         self.open()
-        self.wait_for_text(self.cell("studio", "State"), "Online")
-        for title, text in (("HDMI", "1280×720p 60 Hz\nHDMI · HDCP 1.4"), ("USB-C video", "3840×2160p 60 Hz\nDP · no HDCP"),
-                            ("Audio", "HDMI LPCM 48 kHz 2 ch\nUSB-C LPCM 96 kHz 8 ch"), ("Power", "Adapter\n24 V · current 510"),
+        for title, text in (("State", "Online"), ("HDMI", "1280×720p 60 Hz\nHDMI · HDCP 1.4"),
+                            ("USB-C video", "3840×2160p 60 Hz\nDP · no HDCP"), ("Power", "Adapter\n24 V · current 510"),
+                            ("Audio", "HDMI LPCM 48 kHz 2 ch\nUSB-C LPCM 96 kHz 8 ch"),
                             ("USB-C port", "Laptop, Lenovo\nCharging 20 V, 3 A")):
             self.wait_for_text(self.cell("studio", title), text)
         wait_until("the LAN", lambda: self.each(self.row("studio") + " .lan", "node.ariaLabel") == [
@@ -289,7 +288,7 @@ class Page(unittest.TestCase):
         wait_until("all devices", lambda: self.order() == [*names, "studio"])
         self.wait_for_text("[data-filter=problems] b", "1")
         self.wait_for_text(self.cell("room-2", "HDMI"), "1280×720p 59.94 Hz")
-        self.assertLessEqual({"table", "row", "columnheader", "rowheader", "cell"}, self.check_looks("fleet"))
+        self.assertGreater(min(map(self.check_looks("fleet").count, ("row", "columnheader", "rowheader", "cell"))), 7)
         self.settled(self.drawings, 3)  # without a change, nothing is drawn
 
         self.find("#problems-first").click()

@@ -5,7 +5,6 @@ between them.
     scripts/sandbox tests/status_mqtt_test.py FOLDER_OF_THE_EXECUTABLES [CASE...]"""
 import fcntl
 import json
-import os
 import pathlib
 import re
 import shlex
@@ -180,6 +179,8 @@ class Connections(Case):
         publisher = self.start(Publisher, wait="60", under=(
             "strace", "-D", "-qq", "-o", "/tmp/waits", "-e", "inject=clock_nanosleep:retval=0"))
 
+        process = pathlib.Path(f"/proc/{publisher.pid}")
+
         def connect(count, farewell=b""):
             """Accepts that many, each until all is published. Gives the publisher's descriptors and pages then."""
             for _ in range(count):
@@ -191,13 +192,12 @@ class Connections(Case):
                     while b"online" not in received:
                         received += connection.recv(100000) or self.fail("not all is published")
                     connection.send(farewell)
-                    pages = int(pathlib.Path(f"/proc/{publisher.pid}/statm").read_text().split()[5])
-                    descriptors = len(os.listdir(f"/proc/{publisher.pid}/fd"))
-            return descriptors, pages
+                    held = len(list((process / "fd").iterdir())), int((process / "statm").read_text().split()[5])
+            return held
 
         before, after = connect(30), connect(200)
         self.assertLessEqual(after[0], before[0] + 1)  # which may be a document that it has open for a moment
-        if "san.so" not in pathlib.Path(f"/proc/{publisher.pid}/maps").read_text():  # sanitizers keep what is freed
+        if "san.so" not in (process / "maps").read_text():  # sanitizers keep what is freed
             self.assertLess(after[1], before[1] + 50)
         for farewell, line in (
                 (b"", "localhost:1883: The connection was lost."),
@@ -219,9 +219,8 @@ class Connections(Case):
     def test_passwords_and_two_of_one_name(self):
         subprocess.run(["mosquitto_passwd", "-b", "-c", "/tmp/passwords", "d1", "right"], check=True)
         self.start(Broker, "listener 1883 127.0.0.1\npassword_file /tmp/passwords")
-        twin = "; once more within a minute: does another device have the name d1?"
-        for password, line in (("wrong", "the broker refuses the connection: Not authorized"),
-                               ("right", "connected as d1"), ("right", twin)):
+        for password, line in (("wrong", "the broker refuses the connection: Not authorized"), ("right", "connected as d1"),
+                               ("right", "; once more within a minute: does another device have the name d1?")):
             pathlib.Path("/tmp/password").write_text(f"{password}\n")
             self.start(Publisher, "--user", "d1", "--password-file", "/tmp/password").wait_for(line)
 
