@@ -231,9 +231,9 @@ TEST_F(Check, TellsOfFoldersThatAreOfNoUse)
     stop();
     const auto of_state = [](const std::string& state) {
         return "0 well\n/var/run/status: " + state +
-               "; ROOM\nEACH.json: No such file or directory; make its folder writable, then SEED\n"
-               "/var/log/status_json_service: " +
-               state + "; MEND\n";
+               "; ROOM\nEACH.json: No such file or directory; make its folder writable, then "
+               "SEED\n" +
+               log_folder + ": " + state + "; MEND\n";
     };
     // What is mounted on which folders, and what that makes of them.
     const Lines both = {status_directory, log_folder};
@@ -283,7 +283,7 @@ TEST_F(Check, RepairRemovesWhatDoesNotParseBeforeAStart)
     write_document("inputs.json", "");
     EXPECT_EQ(repaired(), "the service is running: nothing is removed\n");
     stop();
-    write_document("outputs.json", R"({"outputs": )");
+    write_document("outputs.json", R"({"outputs": 7)");
     write_document("ethernet.json", R"({"ethernet": 7})");
     write_document("power.json", "{} and more");  // which the service reads
     auto left = texts();
@@ -296,10 +296,9 @@ can't remove /var/run/status/outputs.json: Device or resource busy
 )");
     EXPECT_EQ(umount(fixed) | close(writer) | close(other), 0);
     EXPECT_EQ(texts(), left);
-    EXPECT_EQ(repaired(),
-              "removed /var/run/status/inputs.json: empty\n"
-              "removed /var/run/status/outputs.json: Line 1, Column 13 Syntax error: value, object "
-              "or array expected.\n");
+    EXPECT_EQ(repaired(), R"(removed /var/run/status/inputs.json: empty
+removed /var/run/status/outputs.json: Line 1, Column 14 Missing ',' or '}' in object declaration
+)");
     left.erase("inputs.json");
     left.erase("outputs.json");
     EXPECT_EQ(texts(), left);

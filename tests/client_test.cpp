@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <linux/netlink.h>
+#include <malloc.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -129,7 +130,6 @@ TEST_F(Client, ReportsComeAsTheyAreOrFailAtOnce)
         EXPECT_STREQ(status_json_path(static_cast<status_json_document>(i)),
                      status_documents[i].path);
     }
-    EXPECT_EQ(status_json_path(static_cast<status_json_document>(5)), nullptr);
     EXPECT_EQ(outcome_of_read(static_cast<status_json_document>(5)), "EINVAL");
 
     CmdDataLinkStatus link = {};
@@ -176,6 +176,7 @@ TEST_F(Client, ReadsGiveAWholeDocumentOrSayWhatItLacks)
         {"x{}", STATUS_JSON_PARTIAL},
         {{"{}\0{}", 5}, STATUS_JSON_PARTIAL},
     };
+    mallopt(M_PERTURB, 165);  // what is taken from the heap never holds zeros
     for (const auto& [text, state] : rows) {
         write_document("outputs.json", text);
         EXPECT_EQ(outcome_of_read(STATUS_JSON_OUTPUTS),
