@@ -25,7 +25,6 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string log_folder = "/var/log/status_json_service";
-const std::string log_file = log_folder + "/status_json_service.log";
 
 /// What the cases give in short, as regular expressions: remedies, what differs from run to run,
 /// and what is said of all documents alike.
@@ -115,7 +114,7 @@ TEST_F(Check, AllIsWellAfterTheStartAndAfterAReport)
     set_age(ethernet_document, hours(2) + aside);
     set_age(power_document, hours(2) - aside);
     set_age(outputs_document, hours(-1));
-    write_file(log_file,
+    write_file(log_path,
                "2026-01-01 00:00:00.000 INFO CATEGORY: Message queue overflow, dropped=1, of an "
                "earlier service\n");
     const std::string configuration = read_file(log_configuration_path);
@@ -154,8 +153,8 @@ TEST_F(Check, EachProblemIsALineWithARemedy)
         send_line("power_status 1");
     }
     wait_logged("Message queue overflow, dropped=1, queue_size=128");
-    fs::rename(log_file, log_file + ".1");
-    write_file(log_file, "");
+    fs::rename(log_path, log_path + std::string(".1"));
+    write_file(log_path, "");
     const int taken = take_event_port();
     fs::remove(usb_host_document.path);
     write_document("power.json", R"({"power": {"power_source": "Sun\u001b"}})");
