@@ -185,7 +185,7 @@ TEST_F(Faults, OfTheTimerLoseOneEvent)
     under(failing("timer_create", EAGAIN, 1), [] { send_line("hdcp_version 0 1"); });
     under(failing("timer_settime", EINVAL, 1), [] { send_line("hdcp_version 0 2"); });
     send_line("hdcp_version 0 0");
-    EXPECT_EQ(events.wait().name, inputs_document.event);
+    EXPECT_EQ(events.wait(), inputs_document.event);
 }
 
 TEST_F(Faults, OfReceivingLoseNoMessage)
@@ -241,7 +241,6 @@ TEST_F(Faults, OfTheClientLibraryAreToldAtOnce)
         {"setsockopt:error=ENOMEM", send,
          "can't send to /tmp/json_app.sock: Cannot allocate memory\n"},
         {"sendto:error=EINTR:when=1..3", send, ""},
-        {"epoll_create1:error=EMFILE", watch, "can't watch the documents: Too many open files\n"},
         {"epoll_ctl:error=ENOSPC", watch, "can't watch the documents: No space left on device\n"},
         {"inotify_add_watch:error=ENOSPC:when=2", watch,
          "can't watch the documents: No space left on device\n"},

@@ -99,7 +99,7 @@ TEST_F(Messages, WaitInARingOf128)
             wait_logged(last_drop);
             release_dispatch();
             for (int number = 0; number <= 128; ++number) {
-                EXPECT_EQ(events.wait().name, power_document.event);
+                EXPECT_EQ(events.wait(), power_document.event);
             }
         });
         EXPECT_EQ(lines, expected);

@@ -7,7 +7,6 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -45,14 +44,8 @@ bool has_stand_in();
 /// Has the process that is to be the service run under strace, in its words.
 Action under_strace(const std::string& options);
 
-struct Event {
-    std::string name;
-    std::chrono::steady_clock::time_point time;  // when it was received
-};
-
-/// A subscriber of the events from its construction on. What comes meanwhile waits in the socket,
-/// so an event's time is right only for those who wait for it. Every event is checked to be a
-/// message of 1,040 bytes with nothing but zeros behind the name.
+/// A subscriber of the events from its construction on. Every event is checked to be a message of
+/// 1,040 bytes with nothing but zeros behind the name.
 class EventListener {
 public:
     EventListener();
@@ -60,14 +53,14 @@ public:
     EventListener(const EventListener&) = delete;
     EventListener& operator=(const EventListener&) = delete;
 
-    /// The next event; fails the case and gives an empty one where none comes for a minute.
-    Event wait();
+    /// The name of the next event; fails the case and gives "" where none comes for a minute.
+    std::string wait();
     /// The names of the events that have come and were not yet taken. Does not wait.
     Lines take_names();
 
 private:
     bool comes_within(int milliseconds) const;
-    Event receive() const;
+    std::string receive() const;
 
     int descriptor_;
 };
