@@ -45,6 +45,7 @@ TEST_F(Startup, LogsToStandardErrorWhereTheLogConfigurationIsOfNoUse)
              "",
              "\x01\x02\xff no configuration",
              "log4cpp.rootCategory=LOUD\n",
+             "log4cpp.rootCategory=ERROR, none\n",
              "log4cpp.rootCategory=INFO, file\nlog4cpp.appender.file=NoAppender\n",
              R"(log4cpp.rootCategory=INFO, file
 log4cpp.appender.file=ConsoleAppender
