@@ -267,7 +267,8 @@ private:
             const State after = state_of(document.path);
             const std::string name(document.name);
             if (after.is_written) {
-                const char* how = before[position].exists ? " rewritten" : " created";
+                std::string how = before[position].exists ? " rewritten" : " created";
+                how += after.text.find("/*") == std::string::npos ? "" : " with its comments";
                 add(name + how + text_of_changes(document, before[position].text, after.text));
             } else if (after.is_read) {
                 add(name + " read");
