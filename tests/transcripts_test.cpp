@@ -20,12 +20,14 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <regex>
 
 #include <json/reader.h>
 
 #include "store/documents.h"
 #include "tests/service.h"
 #include "tests/transcript.h"
+#include "tools/statusctl/printable.h"
 
 namespace {
 
@@ -62,15 +64,7 @@ State state_of(const char* path)
     return {true, status.st_atime != 0, status.st_mtime != 0, read_file(path)};
 }
 
-std::string compact(const Json::Value& value)
-{
-    static const Json::StreamWriterBuilder writer = [] {
-        Json::StreamWriterBuilder builder;
-        builder["indentation"] = "";
-        return builder;
-    }();
-    return Json::writeString(writer, value);
-}
+using statusctl::json_line;
 
 using Changes = std::vector<std::pair<std::string, std::string>>;  // path and what is there now
 
@@ -84,7 +78,7 @@ void add_changes(const Json::Value& before, const Json::Value& after, const Json
                         seeded.isArray() ? seeded.get(i, Json::Value()) : Json::Value(),
                         path + "[" + std::to_string(i) + "]", changes);
         }
-    } else if (compact(before) == compact(after)) {
+    } else if (json_line(before) == json_line(after)) {
         return;
     } else if (after.isObject() && after == seeded) {
         changes.emplace_back(path, "as seeded");
@@ -100,14 +94,14 @@ void add_changes(const Json::Value& before, const Json::Value& after, const Json
         for (const std::string& member : after.getMemberNames()) {
             const Json::Value of_seeded = seeded.isObject() ? seeded[member] : Json::Value();
             if (!before.isMember(member)) {
-                changes.emplace_back(path_of_member(member), compact(after[member]));
+                changes.emplace_back(path_of_member(member), json_line(after[member]));
             } else {
                 add_changes(before[member], after[member], of_seeded, path_of_member(member),
                             changes);
             }
         }
     } else {
-        changes.emplace_back(path, compact(after));
+        changes.emplace_back(path, json_line(after));
     }
 }
 
@@ -124,15 +118,12 @@ Json::Value filled(Json::Value value)
 
 std::string unescaped(std::string text)
 {
-    for (const auto& [name, letter] : {std::pair("\\n", "\n"), {"\\t", "\t"}}) {
-        for (std::size_t place = 0; (place = text.find(name)) != std::string::npos;) {
-            text.replace(place, 2, letter);
-        }
-    }
-    if (const std::size_t place = text.find('~'); place != std::string::npos) {
-        const std::size_t end = text.find('~', place + 1);
-        const int count = std::stoi(text.substr(place + 1, end - place - 1));
-        text.replace(place, end + 1 - place, std::string(static_cast<std::size_t>(count), '.'));
+    text = std::regex_replace(text, std::regex(R"(\\n)"), "\n");
+    text = std::regex_replace(text, std::regex(R"(\\t)"), "\t");
+    std::smatch points;
+    if (std::regex_search(text, points, std::regex("~(\\d+)~"))) {
+        text = std::string(points.prefix()) + std::string(std::stoul(points[1]), '.') +
+               std::string(points.suffix());
     }
     return text;
 }
