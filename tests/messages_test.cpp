@@ -110,7 +110,7 @@ TEST_F(Messages, LeaveNoMemoryBehindAndAnIdleServiceSleeps)
 {
     write_file(ethernet_port_status_path, "1 2 1 1 2 1 1 2 1 1 2 1");
     write_file(videoip_timing_path, "Src Refresh Rate: [60]Hz\n");
-    long resident_before = 0;
+    [[maybe_unused]] long resident_before = 0;
     for (int batch = 0; batch < 30; ++batch) {
         for (const std::string number : {"0", "1"}) {
             for (const std::string line :

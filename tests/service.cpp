@@ -196,7 +196,7 @@ std::string EventListener::receive() const
         char payload[4096];  // more than any event has
     } message = {};
     const ssize_t size = recv(descriptor_, &message, sizeof message, 0);
-    const std::string name = message.payload;
+    std::string name = message.payload;
     EXPECT_EQ(size, 1040);
     EXPECT_EQ(message.header.nlmsg_len, 1040U);
     EXPECT_EQ(message.header.nlmsg_type | message.header.nlmsg_flags | message.header.nlmsg_seq, 0);
