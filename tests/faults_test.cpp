@@ -167,7 +167,7 @@ TEST_F(Faults, OfACycleAreToldAndTheNextChangeIsPublished)
             }
             report_current();
             settle();
-            EXPECT_EQ(value_of("power.json", ".power.measured_power_current_a"), current);
+            EXPECT_EQ(document("power.json")["power"]["measured_power_current_a"], current);
             EXPECT_EQ(events.take_names(), Lines{power_document.event});
             others["power.json"] = text_of("power.json");
             EXPECT_EQ(texts(), others);

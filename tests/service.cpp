@@ -368,8 +368,3 @@ Json::Value ServiceTest::document(const std::string& name)
 {
     return parsed(text_of(name));
 }
-
-Json::Value ServiceTest::value_of(const std::string& name, const std::string& path)
-{
-    return Json::Path(path).resolve(document(name));
-}

@@ -116,8 +116,6 @@ protected:
     /// The parsed document. Whole numbers are of the kind `Json::intValue`: compare them with
     /// signed numbers.
     static Json::Value document(const std::string& name);
-    /// One value of a document, such as ".inputs[0].video.color"; null where there is none.
-    static Json::Value value_of(const std::string& name, const std::string& path);
 
     /// Hears every event since before the service was started.
     EventListener events;
