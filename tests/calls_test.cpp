@@ -7,7 +7,6 @@
 #include <sstream>
 #include <utility>
 
-#include "store/documents.h"
 #include "tests/service.h"
 #include "tests/transcript.h"
 

@@ -15,7 +15,6 @@
 
 #include <gtest/gtest.h>
 #include <json/value.h>
-#include <json/writer.h>
 
 #include "core/messages.h"
 #include "core/paths.h"

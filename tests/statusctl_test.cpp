@@ -351,7 +351,7 @@ TEST_F(Statusctl, ColoursAreForTerminalsThatHaveThem)
                                  "  \033[31m1\033[0m -> \033[32m2\033[0m\r\n";
     const std::string plain = std::regex_replace(coloured, std::regex("\033[^m]*m"), "");
     const struct {
-        const char* environment[3];  // the last is null
+        const char* environment[3];  // of what matters; the last is null
         const std::string& shown;
     } rows[] = {{{"TERM=xterm"}, coloured},
                 {{"TERM=xterm", "NO_COLOR="}, coloured},
@@ -365,7 +365,11 @@ TEST_F(Statusctl, ColoursAreForTerminalsThatHaveThem)
         write_document("power.json", R"({"a":1})");
         const Tool watch({"watch", "power"}, "", [&row, its] {
             dup2(its, STDOUT_FILENO);
-            environ = const_cast<char**>(row.environment);
+            unsetenv("TERM");
+            unsetenv("NO_COLOR");
+            for (const char* const* setting = row.environment; *setting != nullptr; ++setting) {
+                putenv(const_cast<char*>(*setting));
+            }
         });
         close(its);
         FILE* const terminal = fdopen(ours, "r");
@@ -408,6 +412,10 @@ TEST_F(Statusctl, SendShowsWhatBecomesOfAMessage)
                     {{"send", "--show", "video_status", "isStable=1"}, 0, unknown},
                     {{"send", "--show", "--raw", "0800000000000000"}, 0, unknown}});
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+    send_line("link_status isConnect=1");
+    send_line("video_status");
+    settle();
+    expect_results({{{"send", "--show", "video_status"}, 0, unknown}});  // there is just no signal
 }
 
 TEST_F(Statusctl, TextOfOthersCanNotActOnATerminal)

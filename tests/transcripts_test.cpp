@@ -22,8 +22,6 @@
 #include <map>
 #include <regex>
 
-#include <json/reader.h>
-
 #include "store/documents.h"
 #include "tests/service.h"
 #include "tests/transcript.h"

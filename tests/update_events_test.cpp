@@ -1,5 +1,4 @@
 /// The three seconds of `inputs.json`; what the other events follow stands in the transcripts.
-#include <algorithm>
 #include <thread>
 
 #include "tests/service.h"
